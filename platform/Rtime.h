@@ -1,0 +1,19 @@
+#pragma once
+
+#include "platform/export.h"
+
+#include <cstdint>
+
+/// Calendar time: seconds since 1970-01-01 00:00 UTC, without leap seconds, and a millisecond part.
+///
+/// The seconds have 64 bits on every machine, so 32-bit consoles pass the year 2038.
+struct QUARVEL_PLATFORM_EXPORT Rtime {
+    std::int64_t seconds = 0;
+    std::uint16_t milliseconds = 0; ///< 0 to 999
+
+    /// The epoch itself.
+    Rtime() = default;
+
+    /// The current time when `now`, else the epoch; the clock is read with clock_gettime.
+    explicit Rtime(bool now);
+};

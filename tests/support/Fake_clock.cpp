@@ -1,0 +1,42 @@
+#include "tests/support/Fake_clock.h"
+
+#include <atomic>
+#include <ctime>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<bool> faked{false};
+timespec fake_time{};
+
+int real_time(clockid_t clock, timespec* time)
+{
+#ifdef SYS_clock_gettime64
+    return static_cast<int>(syscall(SYS_clock_gettime64, clock, time));
+#else
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+#endif
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    if (clock != CLOCK_REALTIME || !faked)
+        return real_time(clock, time);
+    *time = fake_time;
+    return 0;
+}
+
+Fake_clock::Fake_clock(std::int64_t seconds, int milliseconds)
+{
+    fake_time.tv_sec = static_cast<time_t>(seconds);
+    fake_time.tv_nsec = milliseconds * 1000000L;
+    faked = true;
+}
+
+Fake_clock::~Fake_clock()
+{
+    faked = false;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "util/export.h"
+
+#include <cstdint>
+#include <string>
+
+class QString;
+
+namespace Util {
+
+/// How much a log item matters; every value not named here is Invalid too.
+enum class Log_item_priority : std::uint8_t {
+    Invalid = 0,
+    Info = 1,
+    Caution = 2,
+    Warning = 3,
+    Error = 4,
+    Critical = 5
+};
+
+// The name of a priority in English: "Info" to "Critical", or "Invalid". The references stay good until the
+// library is unloaded; any thread.
+QUARVEL_EXPORT const QString& qstring(Util::Log_item_priority priority);
+QUARVEL_EXPORT const std::string& string(Util::Log_item_priority priority);
+
+} // namespace Util
