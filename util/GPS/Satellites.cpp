@@ -7,7 +7,8 @@ void Satellites::assertion_failed(const char* condition, unsigned int line, cons
                                   int capacity)
 {
     char text[200];
-    std::snprintf(text, sizeof text, "%s [with int NUM = %d]", function, capacity);
+    // Every function text fits; a longer one would be cut, not lost.
+    static_cast<void>(std::snprintf(text, sizeof text, "%s [with int NUM = %d]", function, capacity));
     __assert_fail(condition, "util/GPS/Satellites.h", line, text);
 }
 

@@ -63,6 +63,10 @@ private:
     int storage[static_cast<unsigned int>(NUM)] = {};
 };
 
+// An enumeration named before the dots is passed as the int that it is, on every machine this runs on.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
+
 template <int NUM>
 Satellites_list<NUM>::Satellites_list(type_t type, ...) : Sorted_lookup_base(storage, NUM)
 {
@@ -82,6 +86,8 @@ Satellites_list<NUM>::Satellites_list(type_t type, ...) : Sorted_lookup_base(sto
     va_end(arguments);
     require(get_size() != 0, "sats.get_size()", 94);
 }
+
+#pragma GCC diagnostic pop
 
 // How many identifiers each list below has room for.
 constexpr int MAX_GPS_SATS = 37;

@@ -40,11 +40,12 @@ void print_sweep(Mini_PP line)
 {
     std::printf("Test for(%.5f, %.5f, %.5f)\n", SWEEP_FIRST, SWEEP_LAST, SWEEP_STEP);
     double d = SWEEP_FIRST;
-    for (int i = 0; i < SWEEP_POINTS; ++i, d += SWEEP_STEP) {
+    for (int i = 0; i < SWEEP_POINTS; ++i) {
         const PointLLH p((d - 27.0) * 3.141592653589793 / 180.0, SWEEP_LON, 0.0);
         std::printf("Test deg=%.5f/%.2f xtrk=%.2f atrk=%.2f dstart=%.2f dfinish=%.2f\n", d, d / LINE_LENGTH,
                     ask(line, p, &Mini_PP::ab_xtrack), ask(line, p, &Mini_PP::ab_atrack),
                     ask(line, p, &Mini_PP::dist_from_start), ask(line, p, &Mini_PP::dist_from_finish));
+        d += SWEEP_STEP;
     }
 }
 
