@@ -31,7 +31,7 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
 
 Fake_clock::Fake_clock(std::int64_t seconds, int milliseconds)
 {
-    fake_time.tv_sec = static_cast<time_t>(seconds);
+    fake_time.tv_sec = seconds; // 64 bits on every machine
     fake_time.tv_nsec = milliseconds * 1000000L;
     faked = true;
 }

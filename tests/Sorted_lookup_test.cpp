@@ -1,0 +1,75 @@
+#include "util/Sorted_lookup.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+
+namespace {
+
+/// A table of up to three texts.
+class Texts : public Sorted_lookup_base<Sorted_lookup_compare<std::string>, std::string> {
+public:
+    Texts() : Sorted_lookup_base(storage, 3) {}
+    using Sorted_lookup_base::insert;
+
+private:
+    std::string storage[3];
+};
+
+class Numbers : public Sorted_lookup_base<Sorted_lookup_compare<int>, int> {
+public:
+    Numbers() : Sorted_lookup_base(storage, 1) {}
+
+private:
+    int storage[1] = {};
+};
+
+} // namespace
+
+TEST(Sorted_lookup_compare, orders_by_the_operators_of_the_type)
+{
+    const auto* compare = Sorted_lookup_compare<int>::get();
+    EXPECT_LT(compare->compare(1, 2), 0);
+    EXPECT_EQ(compare->compare(2, 2), 0);
+    EXPECT_GT(compare->compare(3, 2), 0);
+    EXPECT_GT(compare->compare(2147483647, -2147483647 - 1), 0); // a difference would overflow
+}
+
+TEST(Sorted_lookup_compare, is_one_shared_object)
+{
+    EXPECT_EQ(Sorted_lookup_compare<int>::get(), Sorted_lookup_compare<int>::get());
+}
+
+TEST(Sorted_lookup, holds_any_ordered_type_up_to_its_capacity)
+{
+    Texts texts;
+    EXPECT_EQ(0U, texts.get_size());
+    EXPECT_FALSE(texts.contains("a"));
+    texts.insert("m");
+    texts.insert("z");
+    texts.insert("a");
+    texts.insert("b"); // full
+    ASSERT_EQ(3U, texts.get_size());
+    EXPECT_EQ("a", texts[0]);
+    EXPECT_EQ("m", texts[1]);
+    EXPECT_EQ("z", texts[2]);
+    EXPECT_TRUE(texts.contains("m"));
+    EXPECT_FALSE(texts.contains("b"));
+}
+
+TEST(Sorted_lookup, is_not_copied_since_a_copy_would_look_into_the_originals_storage)
+{
+    EXPECT_FALSE(std::is_copy_constructible_v<Texts>);
+    EXPECT_FALSE(std::is_copy_assignable_v<Texts>);
+}
+
+TEST(Sorted_lookup_DeathTest, an_index_beyond_the_end_names_condition_line_and_function)
+{
+    const Numbers empty;
+    EXPECT_DEATH(empty[0], testing::HasSubstr("util/Sorted_lookup.h:96: const T& Sorted_lookup_base<COMPARE, "
+                                              "T>::operator[](unsigned int) const [with COMPARE = "
+                                              "Sorted_lookup_compare<int>; T = int]: Assertion `i < size' "
+                                              "failed."));
+}
