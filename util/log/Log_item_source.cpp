@@ -60,7 +60,7 @@ Util::Log_item_source::Target_type Util::Log_item_source::target_type() const
 
 Util::Log_item_sender* Util::Log_item_source::sender() const
 {
-    return data->sender.data();
+    return data ? data->sender.data() : nullptr;
 }
 
 void Util::Log_item_source::submit(Log_item&& item) const

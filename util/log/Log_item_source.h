@@ -41,8 +41,8 @@ public:
     unsigned long long target() const;        ///< 0 on an invalid source
     Target_type target_type() const;          ///< none on an invalid source
 
-    /// The sender, to connect its logged() signal or to chain it with forward_to(). Null when the
-    /// application deleted it, which it must not do. Only for a valid source.
+    /// The sender, to connect its logged() signal or to chain it with forward_to(). Null on an invalid
+    /// source, and when the application deleted the sender, which it must not do.
     Log_item_sender* sender() const;
 
     /// Sends an item through this source's sender; any thread. See Log_item_sender::submit().
