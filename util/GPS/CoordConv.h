@@ -9,8 +9,8 @@
 /// normal direction at the centre. Angles are radians, north and east positive; heights are metres above the
 /// WGS-84 ellipsoid.
 ///
-/// A converter has a centre from the first setLocalCenter...() on, unless that centre lies within 1000 m of
-/// the earth's own. Without one every conversion and both getters return false and leave their outputs
+/// A converter has a centre from the first setLocalCenter...() on, unless that centre, as it is kept, lies
+/// within 1000 m of the earth's own. Without one every conversion and both getters return false and leave their outputs
 /// untouched. Output pointers must be valid but where a null is allowed; an output may be one of the inputs.
 ///
 /// A plain value, for one thread at a time.

@@ -24,11 +24,11 @@ constexpr int LAST_ITERATION = 99;   // counted from 0
 
 /// Sine and cosine of the reduced latitude atan((1 - f) tan(lat)), without the detour over the angle.
 struct Reduced_latitude {
-    explicit Reduced_latitude(double lat)
+    explicit Reduced_latitude(double lat) : sine(ONE_MINUS_F * std::sin(lat)), cosine(std::cos(lat))
     {
-        const double tangent = ONE_MINUS_F * std::tan(lat);
-        cosine = 1.0 / std::sqrt(1.0 + tangent * tangent);
-        sine = tangent * cosine;
+        const double radius = std::sqrt(sine * sine + cosine * cosine);
+        sine /= radius;
+        cosine /= radius;
     }
     double sine;
     double cosine;

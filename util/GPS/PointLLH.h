@@ -38,8 +38,8 @@ public:
 
     PointLLH& operator=(PointLLH const& other) = default;
 
-    /// Takes over an earth-centred point, converted; this stays as it was when the point lies less than
-    /// 1000 m from the earth's centre.
+    /// Takes over an earth-centred point, converted; this stays as it was when the point, converted to
+    /// geodetic and back, lies less than 1000 m from the earth's centre (see CoordConv).
     PointLLH& operator=(Point3D const& other);
 
     /// This point in earth-centred coordinates (Geo2Decart).
@@ -49,6 +49,9 @@ public:
     ///
     /// Points that are nearly antipodal may not converge within a hundred iterations: the last estimate is
     /// then the answer, and still true. Deliberate: convergence in just the hundredth iteration is refused.
+    /// Where the iteration passes through a point antipodal or equal to this one it stops as for coincident
+    /// points; lines along the equator whose ends are some 1e-9 radians off it may give a distance that is
+    /// not a number.
     ///
     /// @param[out] distance      metres
     /// @param[out] bearing_from  radians clockwise from north at this point, -pi to pi

@@ -19,7 +19,7 @@ QUARVEL_EXPORT void Geo2Decart(double lat, double lon, double h, double& x, doub
 ///
 /// Stops after the first correction below 1 cm (the latitude's share taken on the radius a), which leaves
 /// less than 0.1 mm from 5000 km off the centre outwards. Deeper inside, the corrections shrink more slowly,
-/// and within some 43 km of the centre not at all: the tenth estimate is then the answer.
+/// and within some 500 km of the centre many points never settle: the tenth estimate is then the answer.
 ///
 /// @param[out] lat  -pi/2 to pi/2, to rounding
 /// @param[out] lon  atan2(y, x), 0 on the axis

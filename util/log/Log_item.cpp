@@ -116,6 +116,9 @@ std::string Util::Log_item::to_string() const
         .append(functionality)
         .append(1, ':');
     append_target(text, source().target());
-    text.append(1, ':').append(line, static_cast<std::size_t>(line_end - line)).append(1, ':').append(message);
+    text.append(1, ':')
+        .append(line, static_cast<std::size_t>(line_end - line))
+        .append(1, ':')
+        .append(message);
     return text;
 }

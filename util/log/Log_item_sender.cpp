@@ -1,6 +1,6 @@
 #include "util/log/Log_item_sender.h"
 
-#include <QMetaObject>
+#include <QMetaMethod>
 #include <QMetaType>
 #include <QThread>
 
@@ -23,11 +23,14 @@ Util::Log_item_sender::Log_item_sender()
 
 void Util::Log_item_sender::submit(Util::Log_item item)
 {
-    if (QThread::currentThread() == thread())
+    if (QThread::currentThread() == thread()) {
         emit logged(std::move(item));
-    else // by name: it cannot fail, the signal and its parameter type are known from construction on
-        QMetaObject::invokeMethod(this, "logged", Qt::QueuedConnection,
-                                  QArgument<Util::Log_item>("Log_item", item));
+        return;
+    }
+    // Looked up once, not by name for every item. The call cannot fail: the signal and its parameter type are
+    // known from construction on.
+    static const QMetaMethod signal = QMetaMethod::fromSignal(&Log_item_sender::logged);
+    signal.invoke(this, Qt::QueuedConnection, QArgument<Util::Log_item>("Log_item", item));
 }
 
 void Util::Log_item_sender::forward_to(Util::Log_item_sender& target)
