@@ -7,8 +7,10 @@ void Debug::Print::dprint(const char* format, ...)
 {
     std::va_list arguments;
     va_start(arguments, format);
-    // Standard error is unbuffered and one call of the C library is one locked write: nothing to flush,
-    // and a diagnostic that cannot be written has nowhere else to go.
+    // Locked for the whole text: the C library writes a long one to an unbuffered stream in pieces. A
+    // diagnostic that cannot be written has nowhere else to go.
+    flockfile(stderr);
     static_cast<void>(std::vfprintf(stderr, format, arguments));
+    funlockfile(stderr);
     va_end(arguments);
 }

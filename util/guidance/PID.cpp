@@ -82,7 +82,7 @@ void PID::set_kp(float new_kp)
 void PID::set_logger(FILE* new_log, char const* new_name)
 {
     log = new_log;
-    std::strncpy(name, new_name, sizeof name); // fills the rest with zeros
+    std::strncpy(name, new_name, sizeof name - 1); // fills the rest with zeros
     name[sizeof name - 1] = '\0';
 }
 

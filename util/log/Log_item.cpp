@@ -109,16 +109,10 @@ std::string Util::Log_item::to_string() const
     std::string text;
     text.reserve(priority_name.size() + code.size() + functionality.size() + TARGET_DIGITS + sizeof line +
                  message.size() + 5);
-    text.append(priority_name)
-        .append(1, ':')
-        .append(code)
-        .append(1, ':')
-        .append(functionality)
-        .append(1, ':');
+    for (const std::string* field : {&priority_name, &code, &functionality})
+        text.append(*field).push_back(':');
     append_target(text, source().target());
-    text.append(1, ':')
-        .append(line, static_cast<std::size_t>(line_end - line))
-        .append(1, ':')
-        .append(message);
+    text.append(1, ':').append(line, static_cast<std::size_t>(line_end - line)).append(1, ':');
+    text.append(message);
     return text;
 }
