@@ -28,6 +28,8 @@ public:
 
     /// A source with a sender of its own, which lives in the calling thread and is deleted by that thread's
     /// event loop (deleteLater) once the last copy of the source, and of every item that names it, is gone.
+    /// A thread that runs no loop calls QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete)
+    /// before it ends, or the sender is never freed.
     ///
     /// @param code_source    the module or file that logs, UTF-8
     /// @param functionality  the function or feature that logs, UTF-8
