@@ -1,8 +1,7 @@
 #pragma once
 
+#include "util/assertion.h"
 #include "util/export.h"
-
-#include <cassert>
 
 /// Three-way comparison by the operators of T.
 template <typename T>
@@ -35,8 +34,7 @@ public:
     const T& operator[](unsigned int i) const
     {
         if (i >= size)
-            // The line is the one that field reports are matched against; it does not follow edits.
-            __assert_fail("i < size", "util/Sorted_lookup.h", 96, __PRETTY_FUNCTION__);
+            Util::assertion_failed("i < size", "util/Sorted_lookup.h", 96, __PRETTY_FUNCTION__);
         return data[i];
     }
 

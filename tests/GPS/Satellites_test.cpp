@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 using Satellites::Satellites_list;
@@ -72,13 +73,13 @@ TEST(Satellites, capacities_have_their_constants)
 
 TEST(Satellites, lists_have_room_for_just_what_they_hold)
 {
-    static_assert(std::is_same_v<const Satellites_list<37>, decltype(Satellites::GPS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<33>, decltype(Satellites::GLONASS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<3>, decltype(Satellites::WAAS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<5>, decltype(Satellites::EGNOS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<2>, decltype(Satellites::MSAS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<1>, decltype(Satellites::AUSBAS_SATS)>);
-    static_assert(std::is_same_v<const Satellites_list<1>, decltype(Satellites::OMNISTAR_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<37>, decltype(Satellites::GPS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<33>, decltype(Satellites::GLONASS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<3>, decltype(Satellites::WAAS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<5>, decltype(Satellites::EGNOS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<2>, decltype(Satellites::MSAS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<1>, decltype(Satellites::AUSBAS_SATS)>);
+    static_assert(std::is_same_v<Satellites_list<1>, decltype(Satellites::OMNISTAR_SATS)>);
 }
 
 TEST(Satellites, lists_are_built_before_the_programs_own_statics)

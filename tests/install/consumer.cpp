@@ -23,8 +23,8 @@ int main()
     QObject::connect(source.sender(), &Util::Log_item_sender::logged, [&logged] { ++logged; });
     source.submit({source, Util::Log_item_priority::Info, false, 0, "steering", 1, nullptr});
 
-    const bool right = steering == -0.5F && logged == 1 && Satellites::GPS_SATS.num_sats() == 37 &&
-                       GPS::Time::get_current_gps_week() < 1024;
+    const bool right = steering == -0.5F && logged == 1 && Satellites::GPS_SATS.get_sat(36) == 37 &&
+                       Satellites::GPS_SATS.min_sat() == 1 && GPS::Time::get_current_gps_week() < 1024;
     std::puts(right ? "consumer: all right" : "consumer: WRONG");
     return right ? 0 : 1;
 }

@@ -4,7 +4,7 @@
 #include "util/export.h"
 
 /// A CoordConv with named frames: NED (north, east, down, the base's local frame), NEU (north, east, up) and
-/// ENU (east, north, up), for positions and for free vectors.
+/// ENU (east, north, up), in metres, for positions and for free vectors.
 ///
 /// `absolute` true: the input is a position relative to the centre, and without a centre the call returns
 /// false. `absolute` false: the input is a free vector (a velocity, a baseline), which is only rotated by the

@@ -5,13 +5,14 @@
 
 /// Converts between earth-centred, geodetic and local coordinates around one centre on the earth.
 ///
-/// Local axes: first north, second east, third down, in metres, on the plane that touches the ellipsoid's
-/// normal direction at the centre. Angles are radians, north and east positive; heights are metres above the
-/// WGS-84 ellipsoid.
+/// Local axes: first north, second east, third down, in metres, on the plane through the centre at right
+/// angles to the ellipsoid's normal there. Angles are radians, north and east positive; heights are metres
+/// above the WGS-84 ellipsoid.
 ///
 /// A converter has a centre from the first setLocalCenter...() on, unless that centre, as it is kept, lies
-/// within 1000 m of the earth's own. Without one every conversion and both getters return false and leave their outputs
-/// untouched. Output pointers must be valid but where a null is allowed; an output may be one of the inputs.
+/// within 1000 m of the earth's own. Without one every conversion and both getters return false and leave
+/// their outputs untouched. Output pointers must be valid but where a null is allowed; an output may be one
+/// of the inputs.
 ///
 /// A plain value, for one thread at a time.
 ///
@@ -23,7 +24,8 @@ public:
     void setLocalCenterLLH(double lat, double lon, double h);
 
     /// Sets the centre from an earth-centred point. What is kept is the point converted to geodetic and
-    /// back, so it may differ from the one given by less than 0.1 mm.
+    /// back, which differs from the one given by less than 0.1 mm from 5000 km off the earth's centre outwards,
+    /// and by more the deeper it lies (see Decart2Geo).
     void setLocalCenterECEF(double x, double y, double z);
 
     bool getLocalCenterLLH(double* lat, double* lon, double* h) const;

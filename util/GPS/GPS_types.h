@@ -28,6 +28,9 @@ struct QUARVEL_EXPORT Elevation {
 };
 
 /// An offset in metres: x and y along the first and second local axis, z up.
+///
+/// Offsets made in different ways do not add up: from a distance and a compass heading, y is north and x is
+/// east; as the difference of two global points, x is north and y is east.
 struct QUARVEL_EXPORT Local_point {
     double x = 0.0;
     double y = 0.0;
@@ -64,7 +67,8 @@ struct QUARVEL_EXPORT Global_point {
     /// This point as seen from `origin`: x north and y east on the plane through the origin, z the
     /// difference of the two heights above the ellipsoid (so not the plane's own third axis).
     ///
-    /// An origin less than 1000 m from the earth's centre has no such plane: x and y are then 0.
+    /// Good to a tenth of a millimetre, which a point's difference from itself may show too. An origin less
+    /// than 1000 m from the earth's centre has no such plane: x and y are then 0.
     Local_point operator-(GPS::Global_point origin);
 };
 
@@ -81,7 +85,8 @@ struct QUARVEL_EXPORT Time {
     ///
     /// @param max_passes  the budget. Each pass over the value takes one, needed or not, and so does each
     ///        week moved up out of a non-negative time; once it is spent the value stays as it then is.
-    ///        0 changes nothing; a small number, such as 5, is enough for times within a few weeks.
+    ///        0 changes nothing; a small number, such as 5, is enough for times within a few weeks. The week
+    ///        must not be at either end of its range.
     void standardify(unsigned int max_passes);
 
     /// The week that the satellites broadcast now: its number modulo 1024, by the platform's clock.

@@ -27,8 +27,10 @@ struct Reduced_latitude {
     explicit Reduced_latitude(double lat) : sine(ONE_MINUS_F * std::sin(lat)), cosine(std::cos(lat))
     {
         const double radius = std::sqrt(sine * sine + cosine * cosine);
-        sine /= radius;
-        cosine /= radius;
+        // An arctangent has no negative cosine, whatever latitude beyond the poles it is asked for.
+        const double divisor = cosine < 0.0 ? -radius : radius;
+        sine /= divisor;
+        cosine /= divisor;
     }
     double sine;
     double cosine;

@@ -45,7 +45,8 @@ public:
     /// This point in earth-centred coordinates (Geo2Decart).
     Point3D as_3D() const;
 
-    /// The geodesic along the surface of the ellipsoid from here to another point; heights are ignored.
+    /// The geodesic along the surface of the ellipsoid from here to another point; heights are ignored, and
+    /// latitudes beyond the poles, which are not checked, stand for those of the same tangent within them.
     ///
     /// Points that are nearly antipodal may not converge within a hundred iterations: the last estimate is
     /// then the answer, and still true. Deliberate: convergence in just the hundredth iteration is refused.

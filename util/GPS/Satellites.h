@@ -101,12 +101,12 @@ constexpr int MAX_OMNISTAR_SATS = 1;
 // Identifiers as the receiver numbers them: GLONASS slots follow the GPS PRNs, the augmentation satellites
 // keep their PRN, the OmniSTAR correction satellite is 200. Built while the library loads, in this order, so
 // the static initialisers of a program that links the library may use them.
-extern QUARVEL_EXPORT const Satellites_list<MAX_GPS_SATS> GPS_SATS;           ///< 1 to 37
-extern QUARVEL_EXPORT const Satellites_list<MAX_GLONASS_SATS> GLONASS_SATS;   ///< 38 to 70
-extern QUARVEL_EXPORT const Satellites_list<MAX_WAAS_SATS> WAAS_SATS;         ///< 133, 135, 138
-extern QUARVEL_EXPORT const Satellites_list<MAX_EGNOS_SATS> EGNOS_SATS;       ///< 120, 123, 124, 126, 136
-extern QUARVEL_EXPORT const Satellites_list<MAX_MSAS_SATS> MSAS_SATS;         ///< 129, 137
-extern QUARVEL_EXPORT const Satellites_list<MAX_AUSBAS_SATS> AUSBAS_SATS;     ///< 122
-extern QUARVEL_EXPORT const Satellites_list<MAX_OMNISTAR_SATS> OMNISTAR_SATS; ///< 200
+extern QUARVEL_EXPORT Satellites_list<MAX_GPS_SATS> GPS_SATS;           ///< 1 to 37
+extern QUARVEL_EXPORT Satellites_list<MAX_GLONASS_SATS> GLONASS_SATS;   ///< 38 to 70
+extern QUARVEL_EXPORT Satellites_list<MAX_WAAS_SATS> WAAS_SATS;         ///< 133, 135, 138
+extern QUARVEL_EXPORT Satellites_list<MAX_EGNOS_SATS> EGNOS_SATS;       ///< 120, 123, 124, 126, 136
+extern QUARVEL_EXPORT Satellites_list<MAX_MSAS_SATS> MSAS_SATS;         ///< 129, 137
+extern QUARVEL_EXPORT Satellites_list<MAX_AUSBAS_SATS> AUSBAS_SATS;     ///< 122
+extern QUARVEL_EXPORT Satellites_list<MAX_OMNISTAR_SATS> OMNISTAR_SATS; ///< 200
 
 } // namespace Satellites

@@ -19,9 +19,10 @@ QUARVEL_EXPORT void Geo2Decart(double lat, double lon, double h, double& x, doub
 ///
 /// Stops after the first correction below 1 cm (the latitude's share taken on the radius a), which leaves
 /// less than 0.1 mm from 5000 km off the centre outwards. Deeper inside, the corrections shrink more slowly,
-/// and within some 500 km of the centre many points never settle: the tenth estimate is then the answer.
+/// and within some 300 km of the centre many points never settle: the tenth estimate is then the answer.
 ///
-/// @param[out] lat  -pi/2 to pi/2, to rounding
+/// @param[out] lat  -pi/2 to pi/2, to rounding; nearer than those 300 km to the centre anything, and at the
+///                  centre itself, like h, not a number
 /// @param[out] lon  atan2(y, x), 0 on the axis
 /// @param[out] h    metres
 QUARVEL_EXPORT void Decart2Geo(double x, double y, double z, double& lat, double& lon, double& h);
@@ -35,6 +36,6 @@ QUARVEL_EXPORT void Decart2Geo(double const* xyz, double& lat, double& lon, doub
 /// @param[out] north  lat * a, metres
 QUARVEL_EXPORT void Geo2Local(double lat, double lon, double& east, double& north);
 
-/// Normal gravity in m/s2: the 1967 sea-level formula (Geodetic Reference System 1967) with the free-air
-/// term, which takes off 0.0030877 for each kilometre of height.
+/// Normal gravity in m/s2: the sea-level formula of the Geodetic Reference System 1980 (H. Moritz, Journal of
+/// Geodesy 74, 2000) with a linear free-air term, which takes off 0.0030877 for each kilometre of height.
 QUARVEL_EXPORT double getLocalGravity(double lat, double h);

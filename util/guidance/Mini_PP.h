@@ -29,14 +29,15 @@ public:
 
     /// Sets B.
     ///
-    /// @return false, with B left as it was, when the converter has no centre
+    /// @return false when the converter has no centre; the old B then stays in place but counts as not set
     bool set_finish(PointLLH b);
     bool set_finish(Point3D b);
 
     /// Forgets both ends; the converter keeps its centre, so B can be set again before A.
     void reset();
 
-    /// The compass heading from A to B in degrees, 0 to 360.
+    /// The compass heading from A to B in degrees, from 0 up to 360, which rounding can reach just west of
+    /// north; 90 while both ends coincide.
     double ab_heading();
 
     /// The distance along the line from A, metres: negative behind A, beyond B more than the line's length.
@@ -45,6 +46,7 @@ public:
     /// The distance from the line, metres: positive to the right when looking from A to B.
     double ab_xtrack(Math2D::Point p);
 
+    /// The straight distances in the plane from either end, metres.
     double dist_from_start(Math2D::Point p);
     double dist_from_finish(Math2D::Point p);
 

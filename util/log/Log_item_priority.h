@@ -19,8 +19,8 @@ enum class Log_item_priority : std::uint8_t {
     Critical = 5
 };
 
-// The name of a priority in English: "Info" to "Critical", or "Invalid". The references stay good until the
-// library is unloaded; any thread.
+// The name of a priority in English: "Info" to "Critical", or "Invalid". Any thread; the references stay
+// good until the program's statics are destroyed.
 QUARVEL_EXPORT const QString& qstring(Util::Log_item_priority priority);
 QUARVEL_EXPORT const std::string& string(Util::Log_item_priority priority);
 

@@ -12,7 +12,7 @@ namespace Util {
 /// Every valid Log_item_source owns one. An application builds one more, forwards the sources' senders to it
 /// and connects its logged() to a view or a file. Parameters are registered with Qt as "Log_item".
 ///
-/// Any thread: submit(). Build the first sender before other threads log.
+/// Any thread: submit(), forward_to().
 class QUARVEL_EXPORT Log_item_sender : public QObject {
     Q_OBJECT
 

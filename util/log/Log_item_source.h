@@ -34,6 +34,7 @@ public:
     /// @param code_source    the module or file that logs, UTF-8
     /// @param functionality  the function or feature that logs, UTF-8
     /// @param target         identifier of the object concerned
+    /// @param type           what kind of object that is, in the application's own numbers
     /// @throw std::logic_error when a text is null; no source is made
     Log_item_source(const char* code_source, const char* functionality, unsigned long long target,
                     Target_type type);
