@@ -22,15 +22,15 @@ constexpr double CONVERGED = 1e-12;  // radians of lambda
 constexpr double COINCIDENT = 1e-10; // sine of the arc
 constexpr int LAST_ITERATION = 99;   // counted from 0
 
-/// Sine and cosine of the reduced latitude atan((1 - f) tan(lat)), without the detour over the angle.
+/// Sine and cosine of the reduced latitude atan((1 - f) tan(lat)), without the detour over the angle. By its
+/// tangent, since sines that differ in their last digit, as those of two maths libraries may, would turn the
+/// bearings of a short line by more than that.
 struct Reduced_latitude {
-    explicit Reduced_latitude(double lat) : sine(ONE_MINUS_F * std::sin(lat)), cosine(std::cos(lat))
+    explicit Reduced_latitude(double lat)
     {
-        const double radius = std::sqrt(sine * sine + cosine * cosine);
-        // An arctangent has no negative cosine, whatever latitude beyond the poles it is asked for.
-        const double divisor = cosine < 0.0 ? -radius : radius;
-        sine /= divisor;
-        cosine /= divisor;
+        const double tangent = ONE_MINUS_F * std::tan(lat);
+        cosine = 1.0 / std::sqrt(1.0 + tangent * tangent);
+        sine = tangent * cosine;
     }
     double sine;
     double cosine;
