@@ -1,5 +1,6 @@
 #include "util/GPS/CConv_plus.h"
 
+#include "tests/support/Geodesy.h"
 #include "tests/support/Table.h"
 #include "util/GPS/ellipsoid.h"
 
@@ -7,7 +8,6 @@
 #include <cstddef>
 #include <gtest/gtest.h>
 #include <random>
-#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -34,22 +34,6 @@ static_assert(std::is_base_of_v<CoordConv, CConv_plus> && !std::is_polymorphic_v
 static_assert(std::is_void_v<decltype(std::declval<CConv_plus&>().setLocalCenterLLH(0.0, 0.0, 0.0))>);
 static_assert(std::is_void_v<decltype(std::declval<CConv_plus&>().setLocalCenterECEF(0.0, 0.0, 0.0))>);
 
-/// Three outputs, sentinels until something is written.
-struct Out {
-    double a = -11.0;
-    double b = -22.0;
-    double c = -33.0;
-
-    bool untouched() const { return a == -11.0 && b == -22.0 && c == -33.0; }
-};
-
-void expect_out(double a, double b, double c, const Out& out, double tolerance = 0.0)
-{
-    EXPECT_NEAR(a, out.a, tolerance);
-    EXPECT_NEAR(b, out.b, tolerance);
-    EXPECT_NEAR(c, out.c, tolerance);
-}
-
 using Conversion = bool (CConv_plus::*)(double const&, double const&, double const&, double&, double&,
                                         double&, bool);
 
@@ -58,13 +42,6 @@ Out converted(CConv_plus converter, Conversion conversion, const Out& in, bool a
     Out out;
     EXPECT_TRUE((converter.*conversion)(in.a, in.b, in.c, out.a, out.b, out.c, absolute));
     return out;
-}
-
-CConv_plus centered_at(double lat, double lon, double h)
-{
-    CConv_plus converter;
-    converter.setLocalCenterLLH(lat, lon, h);
-    return converter;
 }
 
 struct Pair {
@@ -130,7 +107,7 @@ TEST(CConv_plus, turns_free_vectors_without_a_centre_with_the_zero_rotation)
 
 TEST(CConv_plus, names_north_east_down_and_up_at_latitude_0_longitude_0)
 {
-    const CConv_plus converter = centered_at(0.0, 0.0, 0.0);
+    const CConv_plus converter = centered_at<CConv_plus>(0.0, 0.0, 0.0);
     const Out north{A, 0.0, 100.0};
     expect_out(100.0, 0.0, 0.0, converted(converter, &CConv_plus::convECEF2NED, north, true));
     expect_out(100.0, 0.0, 0.0, converted(converter, &CConv_plus::convECEF2NEU, north, true));
@@ -143,7 +120,7 @@ TEST(CConv_plus, names_north_east_down_and_up_at_latitude_0_longitude_0)
 
 TEST(CConv_plus, leads_back_to_earth_centred_axes_at_latitude_0_longitude_0)
 {
-    const CConv_plus converter = centered_at(0.0, 0.0, 0.0);
+    const CConv_plus converter = centered_at<CConv_plus>(0.0, 0.0, 0.0);
     expect_out(A - 3.0, 20.0, 100.0,
                converted(converter, &CConv_plus::convNED2ECEF, {100.0, 20.0, 3.0}, true));
     expect_out(A + 3.0, 20.0, 100.0,
@@ -154,7 +131,7 @@ TEST(CConv_plus, leads_back_to_earth_centred_axes_at_latitude_0_longitude_0)
 
 TEST(CConv_plus, only_turns_a_free_vector)
 {
-    const CConv_plus converter = centered_at(0.0, 0.0, 0.0);
+    const CConv_plus converter = centered_at<CConv_plus>(0.0, 0.0, 0.0);
     expect_out(3.0, 2.0, -1.0, converted(converter, &CConv_plus::convECEF2NED, {1.0, 2.0, 3.0}, false));
     expect_out(3.0, 2.0, 1.0, converted(converter, &CConv_plus::convECEF2NEU, {1.0, 2.0, 3.0}, false));
     expect_out(2.0, 3.0, 1.0, converted(converter, &CConv_plus::convECEF2ENU, {1.0, 2.0, 3.0}, false));
@@ -170,21 +147,19 @@ TEST(CConv_plus, agrees_with_the_local_frame_of_its_base)
     std::uniform_real_distribution<double> unit(-1.0, 1.0);
     for (int i = 0; i < 10000; ++i) {
         CConv_plus converter =
-            centered_at(1.57 * unit(generator), PI * unit(generator), 5000.0 * unit(generator));
+            centered_at<CConv_plus>(1.57 * unit(generator), PI * unit(generator), 5000.0 * unit(generator));
         const Out place{7e6 * unit(generator), 7e6 * unit(generator), 7e6 * unit(generator)};
         Out local;
         ASSERT_TRUE(converter.convECEF2Local(place.a, place.b, place.c, &local.a, &local.b, &local.c));
         const Out ned = converted(converter, &CConv_plus::convECEF2NED, place, true);
         const Out neu = converted(converter, &CConv_plus::convECEF2NEU, place, true);
         const Out enu = converted(converter, &CConv_plus::convECEF2ENU, place, true);
-        ASSERT_TRUE(local.a == ned.a && local.b == ned.b && local.c == ned.c)
-            << "seed " << seed << ", case " << i;
-        ASSERT_TRUE(ned.a == neu.a && ned.b == neu.b && ned.c == -neu.c) << "seed " << seed << ", case " << i;
-        ASSERT_TRUE(ned.a == enu.b && ned.b == enu.a && ned.c == -enu.c) << "seed " << seed << ", case " << i;
+        ASSERT_TRUE(local.a == ned.a && local.b == ned.b && local.c == ned.c) << trace(seed, i);
+        ASSERT_TRUE(ned.a == neu.a && ned.b == neu.b && ned.c == -neu.c) << trace(seed, i);
+        ASSERT_TRUE(ned.a == enu.b && ned.b == enu.a && ned.c == -enu.c) << trace(seed, i);
         ASSERT_TRUE(converter.convLocal2ECEF(place.a, place.b, place.c, &local.a, &local.b, &local.c));
         const Out ecef = converted(converter, &CConv_plus::convNED2ECEF, place, true);
-        ASSERT_TRUE(local.a == ecef.a && local.b == ecef.b && local.c == ecef.c)
-            << "seed " << seed << ", case " << i;
+        ASSERT_TRUE(local.a == ecef.a && local.b == ecef.b && local.c == ecef.c) << trace(seed, i);
     }
 }
 
@@ -195,7 +170,7 @@ TEST(CConv_plus, comes_back_from_every_frame)
     std::uniform_real_distribution<double> unit(-1.0, 1.0);
     for (int i = 0; i < 10000; ++i) {
         const CConv_plus converter =
-            centered_at(1.57 * unit(generator), PI * unit(generator), 5000.0 * unit(generator));
+            centered_at<CConv_plus>(1.57 * unit(generator), PI * unit(generator), 5000.0 * unit(generator));
         const Out start{1e5 * unit(generator), 1e5 * unit(generator), 1e5 * unit(generator)};
         for (const Pair& pair : PAIRS)
             for (const bool absolute : {true, false}) {
@@ -209,7 +184,7 @@ TEST(CConv_plus, comes_back_from_every_frame)
 
 TEST(CConv_plus, may_write_over_its_inputs)
 {
-    CConv_plus converter = centered_at(0.75, -2.0, 321.0);
+    CConv_plus converter = centered_at<CConv_plus>(0.75, -2.0, 321.0);
     for (const Pair& pair : PAIRS)
         for (const Conversion conversion : {pair.to_frame, pair.to_ecef})
             for (const bool absolute : {true, false}) {
@@ -235,7 +210,7 @@ TEST(CConv_plus, turns_by_the_centre_that_an_earth_centred_setting_keeps)
     Decart2Geo(x, y, z, expected.a, expected.b, expected.c);
     expect_out(expected.a, expected.b, expected.c, llh);
     EXPECT_TRUE(is_rotation_of(converter.rotation(), llh.a, llh.b));
-    const CConv_plus same = centered_at(llh.a, llh.b, llh.c);
+    const CConv_plus same = centered_at<CConv_plus>(llh.a, llh.b, llh.c);
     const Out by_llh = converted(same, &CConv_plus::convECEF2NED, {-2.4e6, 1.9e6, -5.5e6}, true);
     const Out by_ecef = converted(converter, &CConv_plus::convECEF2NED, {-2.4e6, 1.9e6, -5.5e6}, true);
     expect_out(by_llh.a, by_llh.b, by_llh.c, by_ecef);
@@ -252,8 +227,8 @@ TEST(CConv_plus, keeps_its_rotation_when_an_earth_centred_centre_does_not_count)
     EXPECT_TRUE(out.untouched());
     EXPECT_TRUE(is_rotation_of(converter.rotation(), 0.75, -2.0));
     const Out turned = converted(converter, &CConv_plus::convNED2ECEF, {1.0, 2.0, 3.0}, false);
-    const Out expected =
-        converted(centered_at(0.75, -2.0, 0.0), &CConv_plus::convNED2ECEF, {1.0, 2.0, 3.0}, false);
+    const Out expected = converted(centered_at<CConv_plus>(0.75, -2.0, 0.0), &CConv_plus::convNED2ECEF,
+                                   {1.0, 2.0, 3.0}, false);
     expect_out(expected.a, expected.b, expected.c, turned);
 }
 
@@ -285,19 +260,19 @@ TEST(CConv_plus, keeps_its_rotation_when_only_its_base_is_given_a_centre)
     EXPECT_TRUE(is_rotation_of(converter.rotation(), 0.75, -2.0));
     // The position is then taken from the new centre and turned by the old rotation.
     const Out offset = converted(converter, &CConv_plus::convECEF2NED, {10.0, A + 20.0, 30.0}, true);
-    const Out vector =
-        converted(centered_at(0.75, -2.0, 0.0), &CConv_plus::convECEF2NED, {10.0, 20.0, 30.0}, false);
+    const Out vector = converted(centered_at<CConv_plus>(0.75, -2.0, 0.0), &CConv_plus::convECEF2NED,
+                                 {10.0, 20.0, 30.0}, false);
     expect_out(vector.a, vector.b, vector.c, offset, 1e-9);
 }
 
 TEST(CConv_plus, uses_the_rotation_of_a_new_centre)
 {
-    CConv_plus moved = centered_at(0.75, -2.0, 321.0);
+    CConv_plus moved = centered_at<CConv_plus>(0.75, -2.0, 321.0);
     moved.setLocalCenterLLH(-0.4, 1.1, 50.0);
     for (const Pair& pair : PAIRS)
         for (const bool absolute : {true, false}) {
             const Out expected =
-                converted(centered_at(-0.4, 1.1, 50.0), pair.to_frame, {1e6, 2e6, 3e6}, absolute);
+                converted(centered_at<CConv_plus>(-0.4, 1.1, 50.0), pair.to_frame, {1e6, 2e6, 3e6}, absolute);
             const Out got = converted(moved, pair.to_frame, {1e6, 2e6, 3e6}, absolute);
             expect_out(expected.a, expected.b, expected.c, got);
         }
@@ -311,8 +286,8 @@ TEST(CConv_plus, agrees_with_published_examples)
     int vectors = 0;
     for (const Table::Row& row : examples.rows()) {
         const bool is_vector = row[0] == "vector";
-        const CConv_plus converter = centered_at(Table::radians(row, 1), Table::radians(row, 2),
-                                                 is_vector ? 0.0 : Table::number(row, 3));
+        const CConv_plus converter = centered_at<CConv_plus>(Table::radians(row, 1), Table::radians(row, 2),
+                                                             is_vector ? 0.0 : Table::number(row, 3));
         Out ecef;
         if (row[7].empty())
             Geo2Decart(Table::radians(row, 4), Table::radians(row, 5), Table::number(row, 6), ecef.a, ecef.b,

@@ -1,13 +1,14 @@
 #include "util/GPS/CoordConv.h"
 
+#include "tests/support/Geodesy.h"
 #include "tests/support/Table.h"
 #include "util/GPS/ellipsoid.h"
 
 #include <cmath>
 #include <cstddef>
 #include <gtest/gtest.h>
-#include <random>
-#include <string>
+#include <initializer_list>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
@@ -44,29 +45,6 @@ static_assert(std::is_same_v<decltype(&CoordConv::getLocalCenterLLH),
 static_assert(std::is_same_v<decltype(&CoordConv::getLocalCenterECEF),
                              bool (CoordConv::*)(double*, double*, double*) const>);
 static_assert(!std::is_polymorphic_v<CoordConv>);
-
-/// Three outputs, sentinels until something is written.
-struct Out {
-    double a = -11.0;
-    double b = -22.0;
-    double c = -33.0;
-
-    bool untouched() const { return a == -11.0 && b == -22.0 && c == -33.0; }
-};
-
-void expect_out(double a, double b, double c, const Out& out, double tolerance = 0.0)
-{
-    EXPECT_NEAR(a, out.a, tolerance);
-    EXPECT_NEAR(b, out.b, tolerance);
-    EXPECT_NEAR(c, out.c, tolerance);
-}
-
-CoordConv centered_at(double lat, double lon, double h)
-{
-    CoordConv converter;
-    converter.setLocalCenterLLH(lat, lon, h);
-    return converter;
-}
 
 Out local_of(CoordConv converter, double x, double y, double z)
 {
@@ -108,25 +86,6 @@ struct Open_converter : CoordConv {
     const SVec& ecef() const { return center_ecef; }
 };
 
-class Random_places {
-public:
-    explicit Random_places(unsigned seed) : generator(seed) {}
-    double between(double low, double high)
-    {
-        return low + (high - low) * std::uniform_real_distribution<double>(0.0, 1.0)(generator);
-    }
-    double latitude() { return std::asin(between(-1.0, 1.0)); }
-    double longitude() { return between(-PI, PI); }
-
-private:
-    std::mt19937 generator;
-};
-
-std::string trace(unsigned seed, int i)
-{
-    return "seed " + std::to_string(seed) + ", case " + std::to_string(i);
-}
-
 } // namespace
 
 TEST(CoordConv, refuses_everything_before_it_has_a_centre)
@@ -136,7 +95,7 @@ TEST(CoordConv, refuses_everything_before_it_has_a_centre)
 
 TEST(CoordConv, hands_out_the_centre_that_was_set)
 {
-    const CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    const CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out llh;
     EXPECT_TRUE(converter.getLocalCenterLLH(&llh.a, &llh.b, &llh.c));
     expect_out(0.75, -2.0, 321.0, llh);
@@ -150,7 +109,7 @@ TEST(CoordConv, hands_out_the_centre_that_was_set)
 TEST(CoordConv, keeps_angles_of_the_centre_beyond_a_turn_as_given)
 {
     Out llh;
-    EXPECT_TRUE(centered_at(0.5, 10.0, 0.0).getLocalCenterLLH(&llh.a, &llh.b, &llh.c));
+    EXPECT_TRUE(centered_at<CoordConv>(0.5, 10.0, 0.0).getLocalCenterLLH(&llh.a, &llh.b, &llh.c));
     expect_out(0.5, 10.0, 0.0, llh);
 }
 
@@ -189,7 +148,7 @@ TEST(CoordConv, keeps_an_earth_centred_centre_converted_to_geodetic_and_back)
 TEST(CoordConv, has_a_centre_from_just_1000_m_off_the_earths_own)
 {
     // On the equator at longitude 0 the distance is a + h, exact in doubles.
-    CoordConv converter = centered_at(0.0, 0.0, 1000.0 - A);
+    CoordConv converter = centered_at<CoordConv>(0.0, 0.0, 1000.0 - A);
     Out ecef;
     EXPECT_TRUE(converter.getLocalCenterECEF(&ecef.a, &ecef.b, &ecef.c));
     expect_out(1000.0, 0.0, 0.0, ecef);
@@ -197,31 +156,31 @@ TEST(CoordConv, has_a_centre_from_just_1000_m_off_the_earths_own)
     expect_out(0.0, 0.0, 1000.0 - A, ecef);
     EXPECT_TRUE(converter.convECEF2Local(0.0, 0.0, 0.0, &ecef.a, &ecef.b, &ecef.c));
     expect_out(0.0, 0.0, 1000.0, ecef);
-    expect_no_centre(centered_at(0.0, 0.0, std::nextafter(1000.0 - A, -1e7)));
-    expect_no_centre(centered_at(0.0, 0.0, -A));
+    expect_no_centre(centered_at<CoordConv>(0.0, 0.0, std::nextafter(1000.0 - A, -1e7)));
+    expect_no_centre(centered_at<CoordConv>(0.0, 0.0, -A));
     expect_no_centre(
-        centered_at(0.0, 0.0, std::nextafter(-1000.0 - A, 0.0))); // through the centre, out again
-    EXPECT_TRUE(centered_at(0.0, 0.0, -1000.0 - A).getLocalCenterECEF(&ecef.a, &ecef.b, &ecef.c));
+        centered_at<CoordConv>(0.0, 0.0, std::nextafter(-1000.0 - A, 0.0))); // through the centre, out again
+    EXPECT_TRUE(centered_at<CoordConv>(0.0, 0.0, -1000.0 - A).getLocalCenterECEF(&ecef.a, &ecef.b, &ecef.c));
     expect_out(-1000.0, 0.0, 0.0, ecef);
 }
 
 TEST(CoordConv, measures_the_distance_of_the_centre_in_space)
 {
     Out out;
-    EXPECT_TRUE(
-        centered_at(0.0, PI / 4.0, 1200.0 - A).getLocalCenterLLH(&out.a, &out.b, &out.c)); // 849 m in x and y
-    expect_no_centre(centered_at(0.0, PI / 4.0, 999.0 - A));
+    EXPECT_TRUE(centered_at<CoordConv>(0.0, PI / 4.0, 1200.0 - A)
+                    .getLocalCenterLLH(&out.a, &out.b, &out.c)); // 849 m in x and y
+    expect_no_centre(centered_at<CoordConv>(0.0, PI / 4.0, 999.0 - A));
     const double semi_minor = 6356752.314245179; // WGS-84
     for (const double sign : {1.0, -1.0}) {
-        EXPECT_TRUE(centered_at(sign * PI / 2.0, 0.0, 1000.001 - semi_minor)
+        EXPECT_TRUE(centered_at<CoordConv>(sign * PI / 2.0, 0.0, 1000.001 - semi_minor)
                         .getLocalCenterLLH(&out.a, &out.b, &out.c));
-        expect_no_centre(centered_at(sign * PI / 2.0, 0.0, 999.999 - semi_minor));
+        expect_no_centre(centered_at<CoordConv>(sign * PI / 2.0, 0.0, 999.999 - semi_minor));
     }
 }
 
 TEST(CoordConv, loses_its_centre_when_a_new_one_lies_within_1000_m)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     converter.setLocalCenterLLH(0.0, 0.0, 999.0 - A);
     expect_no_centre(converter);
     converter.setLocalCenterLLH(0.75, -2.0, 321.0);
@@ -262,14 +221,30 @@ TEST(CoordConv, judges_a_deep_centre_by_where_the_conversion_there_and_back_puts
 
 TEST(CoordConv, refuses_everything_after_a_centre_at_the_earths_own)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     converter.setLocalCenterECEF(0.0, 0.0, 0.0);
     expect_no_centre(converter);
 }
 
+TEST(CoordConv, has_no_centre_once_given_one_that_is_not_a_number)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const bool with_a_centre : {false, true})
+        for (int which = 0; which < 3; ++which) {
+            SCOPED_TRACE(which);
+            const auto unless = [which, nan](int i, double value) { return which == i ? nan : value; };
+            CoordConv by_llh = with_a_centre ? centered_at<CoordConv>(0.75, -2.0, 321.0) : CoordConv();
+            CoordConv by_ecef(by_llh);
+            by_llh.setLocalCenterLLH(unless(0, 0.5), unless(1, 0.25), unless(2, 10.0));
+            expect_no_centre(by_llh);
+            by_ecef.setLocalCenterECEF(unless(0, 3e6), unless(1, 4e6), unless(2, 4e6));
+            expect_no_centre(by_ecef);
+        }
+}
+
 TEST(CoordConv, counts_north_east_and_down_at_latitude_0_longitude_0)
 {
-    const CoordConv converter = centered_at(0.0, 0.0, 0.0);
+    const CoordConv converter = centered_at<CoordConv>(0.0, 0.0, 0.0);
     expect_out(100.0, 0.0, 0.0, local_of(converter, A, 0.0, 100.0));
     expect_out(0.0, 100.0, 0.0, local_of(converter, A, 100.0, 0.0));
     expect_out(0.0, 0.0, -100.0, local_of(converter, A + 100.0, 0.0, 0.0));
@@ -278,7 +253,7 @@ TEST(CoordConv, counts_north_east_and_down_at_latitude_0_longitude_0)
 
 TEST(CoordConv, gives_back_earth_centred_points_at_latitude_0_longitude_0)
 {
-    CoordConv converter = centered_at(0.0, 0.0, 0.0);
+    CoordConv converter = centered_at<CoordConv>(0.0, 0.0, 0.0);
     Out ecef;
     EXPECT_TRUE(converter.convLocal2ECEF(100.0, 20.0, -3.0, &ecef.a, &ecef.b, &ecef.c));
     expect_out(A + 3.0, 20.0, 100.0, ecef);
@@ -288,7 +263,7 @@ TEST(CoordConv, gives_back_earth_centred_points_at_latitude_0_longitude_0)
 
 TEST(CoordConv, leaves_out_a_third_output_that_is_null)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out with;
     Out without;
     EXPECT_TRUE(converter.convECEF2Local(7e6, 1.0, 2.0, &with.a, &with.b, &with.c));
@@ -301,7 +276,7 @@ TEST(CoordConv, leaves_out_a_third_output_that_is_null)
 
 TEST(CoordConv, takes_geodetic_points_through_earth_centred_ones)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out ecef;
     Geo2Decart(0.8, -2.1, 1234.0, ecef.a, ecef.b, ecef.c);
     const Out expected = local_of(converter, ecef.a, ecef.b, ecef.c);
@@ -312,7 +287,7 @@ TEST(CoordConv, takes_geodetic_points_through_earth_centred_ones)
 
 TEST(CoordConv, gives_geodetic_points_through_earth_centred_ones)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out ecef;
     ASSERT_TRUE(converter.convLocal2ECEF(5000.0, -700.0, 80.0, &ecef.a, &ecef.b, &ecef.c));
     Out expected;
@@ -324,7 +299,7 @@ TEST(CoordConv, gives_geodetic_points_through_earth_centred_ones)
 
 TEST(CoordConv, puts_two_coordinates_on_the_plane_through_the_centre)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out three;
     Out two;
     EXPECT_TRUE(converter.convLocal2LLH(5000.0, -700.0, 0.0, &three.a, &three.b, &three.c));
@@ -337,7 +312,7 @@ TEST(CoordConv, puts_two_coordinates_on_the_plane_through_the_centre)
 
 TEST(CoordConv, finds_its_own_centre_at_zero)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     Out llh;
     EXPECT_TRUE(converter.convLocal2LLH(0.0, 0.0, 0.0, &llh.a, &llh.b, &llh.c));
     EXPECT_NEAR(0.75, llh.a, 1e-4 / A);
@@ -349,7 +324,7 @@ TEST(CoordConv, finds_its_own_centre_at_zero)
 
 TEST(CoordConv, may_write_over_its_inputs)
 {
-    CoordConv converter = centered_at(0.75, -2.0, 321.0);
+    CoordConv converter = centered_at<CoordConv>(0.75, -2.0, 321.0);
     const Out expected = local_of(converter, -2e6, -4e6, 4.5e6);
     Out place{-2e6, -4e6, 4.5e6};
     EXPECT_TRUE(converter.convECEF2Local(place.a, place.b, place.c, &place.a, &place.b, &place.c));
@@ -367,8 +342,8 @@ TEST(CoordConv, may_write_over_its_inputs)
 
 TEST(CoordConv, recomputes_everything_at_a_new_centre)
 {
-    const CoordConv fresh = centered_at(-0.4, 1.1, 50.0);
-    CoordConv moved = centered_at(0.75, -2.0, 321.0);
+    const CoordConv fresh = centered_at<CoordConv>(-0.4, 1.1, 50.0);
+    CoordConv moved = centered_at<CoordConv>(0.75, -2.0, 321.0);
     moved.setLocalCenterLLH(-0.4, 1.1, 50.0);
     const Out expected = local_of(fresh, 2.6e6, 5.2e6, -2.4e6);
     const Out got = local_of(moved, 2.6e6, 5.2e6, -2.4e6);
@@ -419,7 +394,7 @@ TEST(CoordConv, comes_back_from_local_to_the_same_point)
     Random_places random(seed);
     for (int i = 0; i < 10000; ++i) {
         CoordConv converter =
-            centered_at(random.latitude(), random.longitude(), random.between(-100.0, 9000.0));
+            centered_at<CoordConv>(random.latitude(), random.longitude(), random.between(-100.0, 9000.0));
         const Out start{random.between(-1e5, 1e5), random.between(-1e5, 1e5), random.between(-1e4, 1e3)};
         Out ecef;
         Out back;
@@ -435,7 +410,7 @@ TEST(CoordConv, comes_back_from_local_to_the_same_point)
     }
 }
 
-// The plane touches the direction of the ellipsoid's normal, so what is straight above the centre is only up.
+// The third axis is the normal of the ellipsoid, along which heights are measured.
 TEST(CoordConv, has_the_points_above_the_centre_straight_up)
 {
     const unsigned seed = 20275;
@@ -443,7 +418,7 @@ TEST(CoordConv, has_the_points_above_the_centre_straight_up)
     for (int i = 0; i < 1000; ++i) {
         const double lat = random.latitude();
         const double lon = random.longitude();
-        CoordConv converter = centered_at(lat, lon, 100.0);
+        CoordConv converter = centered_at<CoordConv>(lat, lon, 100.0);
         Out local;
         ASSERT_TRUE(converter.convLLH2Local(lat, lon, 5100.0, &local.a, &local.b, &local.c));
         ASSERT_NEAR(0.0, local.a, 3e-9) << trace(seed, i);
@@ -464,7 +439,7 @@ TEST(CoordConv, agrees_with_published_examples)
             continue; // free vectors: see CConv_plus
         ++points;
         CoordConv converter =
-            centered_at(Table::radians(row, 1), Table::radians(row, 2), Table::number(row, 3));
+            centered_at<CoordConv>(Table::radians(row, 1), Table::radians(row, 2), Table::number(row, 3));
         const double tolerance = Table::number(row, 13);
         if (!row[4].empty()) {
             Out local;
@@ -505,7 +480,7 @@ TEST(CoordConv, agrees_with_GeographicLib_around_the_globe)
         Out enu;
         frame.Forward(lat, lon, h, enu.a, enu.b, enu.c);
 
-        CoordConv converter = centered_at(lat0 * DEGREE, lon0 * DEGREE, h0);
+        CoordConv converter = centered_at<CoordConv>(lat0 * DEGREE, lon0 * DEGREE, h0);
         Out local;
         ASSERT_TRUE(converter.convLLH2Local(lat * DEGREE, lon * DEGREE, h, &local.a, &local.b, &local.c));
         ASSERT_NEAR(enu.b, local.a, 2e-8) << trace(seed, i);

@@ -1,6 +1,7 @@
 #include "util/GPS/GPS_types.h"
 
 #include "tests/support/Fake_clock.h"
+#include "tests/support/Geodesy.h"
 #include "util/GPS/Point3D.h"
 #include "util/GPS/PointLLH.h"
 
@@ -11,6 +12,11 @@
 #include <limits>
 #include <random>
 #include <vector>
+
+#ifdef QUARVEL_GEOGRAPHICLIB
+#include <GeographicLib/Geocentric.hpp>
+#include <GeographicLib/LocalCartesian.hpp>
+#endif
 
 namespace {
 
@@ -374,3 +380,36 @@ TEST(GPS_Global_point, seen_from_near_the_earths_centre_has_no_horizontal_offset
     EXPECT_EQ(Point3D(6378137.0, 0.0, 0.0).as_llh().height - Point3D(500.0, 0.0, 0.0).as_llh().height,
               offset.z);
 }
+
+#ifdef QUARVEL_GEOGRAPHICLIB
+// Each of the two conversions to geodetic leaves up to a tenth of a millimetre.
+TEST(GPS_Global_point, difference_agrees_with_GeographicLib_around_the_globe)
+{
+    constexpr double DEGREE = PI / 180.0;
+    const unsigned seed = 20291;
+    Random_places random(seed);
+    const GeographicLib::Geocentric& earth = GeographicLib::Geocentric::WGS84();
+    for (int i = 0; i < 10000; ++i) {
+        const double lat0 = random.latitude() / DEGREE;
+        const double lon0 = random.longitude() / DEGREE;
+        const double h0 = random.between(-100.0, 9000.0);
+        const double span = i % 2 == 0 ? 0.1 : 10.0; // degrees
+        const double lat = std::fmax(-90.0, std::fmin(90.0, lat0 + random.between(-span, span)));
+        const double lon = lon0 + random.between(-span, span);
+        const double h = random.between(-100.0, 20000.0);
+        GPS::Global_point origin;
+        earth.Forward(lat0, lon0, h0, origin.x, origin.y, origin.z);
+        GPS::Global_point point;
+        earth.Forward(lat, lon, h, point.x, point.y, point.z);
+        double east = 0.0;
+        double north = 0.0;
+        double up = 0.0;
+        GeographicLib::LocalCartesian(lat0, lon0, h0).Forward(lat, lon, h, east, north, up);
+
+        const GPS::Local_point offset = point - origin;
+        ASSERT_NEAR(north, offset.x, 2e-4) << trace(seed, i);
+        ASSERT_NEAR(east, offset.y, 2e-4) << trace(seed, i);
+        ASSERT_NEAR(h - h0, offset.z, 2e-4) << trace(seed, i);
+    }
+}
+#endif

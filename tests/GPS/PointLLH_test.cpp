@@ -1,5 +1,6 @@
 #include "util/GPS/PointLLH.h"
 
+#include "tests/support/Geodesy.h"
 #include "tests/support/Table.h"
 #include "util/GPS/Point3D.h"
 #include "util/GPS/ellipsoid.h"
@@ -9,7 +10,6 @@
 #include <cstddef>
 #include <gtest/gtest.h>
 #include <limits>
-#include <random>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -198,27 +198,36 @@ void expect_like_the_paper(const PointLLH& from, const PointLLH& to, const std::
     ASSERT_LT(turn_between(expected.to, got.to), 2e-15 + 8.0 * moved.bearing) << trace;
 }
 
-class Random_places {
+class Random_points : public Random_places {
 public:
-    explicit Random_places(unsigned seed) : generator(seed) {}
-    double between(double low, double high)
-    {
-        return low + (high - low) * std::uniform_real_distribution<double>(0.0, 1.0)(generator);
-    }
-    PointLLH anywhere() { return {std::asin(between(-1.0, 1.0)), between(-PI, PI), between(-100.0, 9000.0)}; }
+    using Random_places::Random_places;
+    PointLLH anywhere() { return {latitude(), longitude(), between(-100.0, 9000.0)}; }
     /// Within `span` radians of the opposite side of the earth.
     PointLLH opposite(const PointLLH& p, double span)
     {
         return {-p.lat + between(-span, span), p.lon + PI - between(0.0, span), 0.0};
     }
-
-private:
-    std::mt19937 generator;
+    /// At a latitude further than the pole, where no map has one, but the formula an answer.
+    PointLLH beyond_the_poles()
+    {
+        const double lat = between(std::nextafter(PI / 2.0, 2.0), 3.0);
+        return {between(-1.0, 1.0) < 0.0 ? -lat : lat, longitude(), 0.0};
+    }
 };
 
-std::string trace(unsigned seed, int i)
+/// Calls check(from, to, model) for lines from the origin to places near its antipode, where lines settle late,
+/// but for those where rounding decides when.
+template <typename CHECK>
+void for_lines_to_near_the_antipode(double first_lon_deg, double lon_step_deg, CHECK check)
 {
-    return "seed " + std::to_string(seed) + ", case " + std::to_string(i);
+    for (double lat_deg = 0.30; lat_deg < 0.70; lat_deg += 0.02)
+        for (double lon_deg = first_lon_deg; lon_deg < 179.60; lon_deg += lon_step_deg) {
+            SCOPED_TRACE(testing::Message() << lat_deg << ' ' << lon_deg);
+            const PointLLH to(lat_deg * DEGREE, lon_deg * DEGREE, 0.0);
+            const Vincenty model = vincenty(PointLLH(), to);
+            if (!model.on_the_edge)
+                check(PointLLH(), to, model);
+        }
 }
 
 } // namespace
@@ -343,7 +352,7 @@ TEST(PointLLH, assigns_an_earth_centred_point_converted)
 TEST(PointLLH, stays_as_it_was_when_the_centre_that_the_point_makes_is_within_1000_m)
 {
     const unsigned seed = 20261;
-    Random_places random(seed);
+    Random_points random(seed);
     int refused = 0;
     int taken = 0;
     for (int i = 0; i < 10000; ++i) {
@@ -378,6 +387,16 @@ TEST(PointLLH, stays_as_it_was_for_points_on_the_equator_within_1000_m)
     expect_llh(7.0, 8.0, 9.0, target);
     target = Point3D(0.0, 1001.0, 0.0);
     expect_llh(0.0, PI / 2.0, 1001.0 - A, target);
+}
+
+TEST(PointLLH, stays_as_it_was_for_a_point_that_is_not_a_number)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const Point3D& source : {Point3D(nan, 0.0, 0.0), Point3D(A, nan, 0.0), Point3D(A, 0.0, nan)}) {
+        PointLLH target(7.0, 8.0, 9.0);
+        EXPECT_EQ(&target, &(target = source));
+        expect_llh(7.0, 8.0, 9.0, target);
+    }
 }
 
 TEST(PointLLH, converts_to_earth_centred_as_Geo2Decart_does)
@@ -586,10 +605,23 @@ TEST(path_along_surface, follows_the_paper_between_random_places)
 {
     const unsigned seed = 20262;
     int compared = 0;
-    Random_places random(seed);
+    Random_points random(seed);
     for (int i = 0; i < 11000 && !HasFatalFailure(); ++i) {
         const PointLLH from = random.anywhere();
         expect_like_the_paper(from, random.anywhere(), trace(seed, i), compared);
+    }
+    EXPECT_GT(compared, 10000);
+}
+
+// Latitudes are angles to the formula: the reduced latitude folds one beyond a pole back to the near side.
+TEST(path_along_surface, follows_the_paper_beyond_the_poles)
+{
+    const unsigned seed = 20268;
+    int compared = 0;
+    Random_points random(seed);
+    for (int i = 0; i < 11000 && !HasFatalFailure(); ++i) {
+        const PointLLH from = random.beyond_the_poles();
+        expect_like_the_paper(from, random.beyond_the_poles(), trace(seed, i), compared);
     }
     EXPECT_GT(compared, 10000);
 }
@@ -599,7 +631,7 @@ TEST(path_along_surface, follows_the_paper_between_random_places)
 TEST(path_along_surface, uses_its_constants_to_their_last_observable_digit)
 {
     const unsigned seed = 20267;
-    Random_places random(seed);
+    Random_points random(seed);
     double difference = 0.0;
     for (int i = 0; i < 20000; ++i) {
         const PointLLH from(random.between(-0.1, 0.1), 0.0, 0.0);
@@ -613,7 +645,7 @@ TEST(path_along_surface, follows_the_paper_over_short_lines)
 {
     const unsigned seed = 20263;
     int compared = 0;
-    Random_places random(seed);
+    Random_points random(seed);
     for (int i = 0; i < 3000 && !HasFatalFailure(); ++i) {
         const PointLLH from = random.anywhere();
         const double span = std::pow(10.0, random.between(-8.0, -1.0));
@@ -628,7 +660,7 @@ TEST(path_along_surface, follows_the_paper_towards_the_other_side_of_the_earth)
 {
     const unsigned seed = 20264;
     int compared = 0;
-    Random_places random(seed);
+    Random_points random(seed);
     for (int i = 0; i < 1000 && !HasFatalFailure(); ++i) {
         const PointLLH from = random.anywhere();
         expect_like_the_paper(from, random.opposite(from, 0.1), trace(seed, i), compared);
@@ -640,66 +672,57 @@ TEST(path_along_surface, follows_the_paper_towards_the_other_side_of_the_earth)
 TEST(path_along_surface, refuses_a_line_that_settles_in_just_the_hundredth_iteration)
 {
     int found = 0;
-    for (double lat2 = 0.30; lat2 < 0.70; lat2 += 0.02)
-        for (double lon2 = 179.30; lon2 < 179.60; lon2 += 0.0005) {
-            const PointLLH from;
-            const PointLLH to(lat2 * DEGREE, lon2 * DEGREE, 0.0);
-            const Vincenty model = vincenty(from, to);
-            if (!model.converged || model.iterations != 100 || model.on_the_edge)
-                continue;
-            ++found;
-            const Path p = path(from, to);
-            EXPECT_FALSE(p.result) << lat2 << ' ' << lon2;
-            EXPECT_TRUE(p.untouched()) << lat2 << ' ' << lon2;
-        }
+    for_lines_to_near_the_antipode(179.30, 0.0005,
+                                   [&found](const PointLLH& from, const PointLLH& to, const Vincenty& model) {
+                                       if (!model.converged || model.iterations != 100)
+                                           return;
+                                       ++found;
+                                       const Path p = path(from, to);
+                                       EXPECT_FALSE(p.result);
+                                       EXPECT_TRUE(p.untouched());
+                                   });
     EXPECT_GE(found, 3);
 }
 
 TEST(path_along_surface, accepts_a_line_that_settles_in_the_ninety_ninth_iteration)
 {
     int found = 0;
-    for (double lat2 = 0.30; lat2 < 0.70; lat2 += 0.02)
-        for (double lon2 = 179.30; lon2 < 179.60; lon2 += 0.0005) {
-            const PointLLH from;
-            const PointLLH to(lat2 * DEGREE, lon2 * DEGREE, 0.0);
-            const Vincenty model = vincenty(from, to);
-            if (!model.converged || model.iterations != 99 || model.on_the_edge)
-                continue;
-            ++found;
-            const Path p = path(from, to);
-            EXPECT_TRUE(p.result) << lat2 << ' ' << lon2;
-            EXPECT_NEAR(model.distance, p.distance, 1e-5) << lat2 << ' ' << lon2;
-        }
+    for_lines_to_near_the_antipode(179.30, 0.0005,
+                                   [&found](const PointLLH& from, const PointLLH& to, const Vincenty& model) {
+                                       if (!model.converged || model.iterations != 99)
+                                           return;
+                                       ++found;
+                                       const Path p = path(from, to);
+                                       EXPECT_TRUE(p.result);
+                                       EXPECT_NEAR(model.distance, p.distance, 1e-5);
+                                   });
     EXPECT_GE(found, 3);
 }
 
 TEST(path_along_surface, gives_the_hundredth_estimate_of_a_line_that_settles_later)
 {
     int found = 0;
-    for (double lat2 = 0.30; lat2 < 0.70; lat2 += 0.02)
-        for (double lon2 = 179.40; lon2 < 179.60; lon2 += 0.002) {
-            const PointLLH from;
-            const PointLLH to(lat2 * DEGREE, lon2 * DEGREE, 0.0);
-            const Vincenty model = vincenty(from, to);
-            if (model.converged || model.coincident || model.on_the_edge)
-                continue;
+    for_lines_to_near_the_antipode(
+        179.40, 0.002, [&found](const PointLLH& from, const PointLLH& to, const Vincenty& model) {
+            if (model.converged || model.coincident)
+                return;
             const Sensitivity moved = sensitivity(from, to);
             if (!moved.same_course || moved.distance > 1e-5)
-                continue;
+                return;
             ++found;
             const Path p = path(from, to);
-            EXPECT_TRUE(p.result) << lat2 << ' ' << lon2;
-            EXPECT_NEAR(model.distance, p.distance, 1e-7 + 8.0 * moved.distance) << lat2 << ' ' << lon2;
-            EXPECT_LT(turn_between(model.from, p.from), 1e-12 + 8.0 * moved.bearing) << lat2 << ' ' << lon2;
-            EXPECT_LT(turn_between(model.to, p.to), 1e-12 + 8.0 * moved.bearing) << lat2 << ' ' << lon2;
-        }
+            EXPECT_TRUE(p.result);
+            EXPECT_NEAR(model.distance, p.distance, 1e-7 + 8.0 * moved.distance);
+            EXPECT_LT(turn_between(model.from, p.from), 1e-12 + 8.0 * moved.bearing);
+            EXPECT_LT(turn_between(model.to, p.to), 1e-12 + 8.0 * moved.bearing);
+        });
     EXPECT_GE(found, 50);
 }
 
 TEST(path_along_surface, gives_an_estimate_also_where_the_iteration_never_settles)
 {
     const unsigned seed = 20265;
-    Random_places random(seed);
+    Random_points random(seed);
     int endless = 0;
     int compared = 0;
     for (int i = 0; i < 500; ++i) {
@@ -759,7 +782,7 @@ TEST(path_along_surface, passes_on_what_is_not_a_number)
 TEST(path_along_surface, agrees_with_GeographicLib_between_random_places)
 {
     const unsigned seed = 20266;
-    Random_places random(seed);
+    Random_points random(seed);
     const GeographicLib::Geodesic& geodesic = GeographicLib::Geodesic::WGS84();
     for (int i = 0; i < 11000; ++i) {
         const PointLLH from = random.anywhere();

@@ -1,5 +1,6 @@
 #include "util/GPS/ellipsoid.h"
 
+#include "tests/support/Geodesy.h"
 #include "tests/support/Table.h"
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
-#include <random>
 #include <type_traits>
 #include <vector>
 
@@ -26,7 +26,7 @@ constexpr double A = 6378137.0;
 constexpr double E2 = 0.0066943799901413;
 constexpr double ONE_MINUS_E2 = 0.9933056200098587;
 constexpr double SEMI_MINOR = 6356752.314245179; // WGS-84 (NIMA TR8350.2), to the nanometre
-constexpr double RANDOM_POINTS = 20000;
+constexpr int RANDOM_POINTS = 20000;
 constexpr bool WIDE_LONG_DOUBLE = std::numeric_limits<long double>::digits >= 64;
 
 struct Xyz {
@@ -103,15 +103,9 @@ Reading<T> read_plainly(const Xyz& point, int limit = 10, double stop_below = 0.
     return now;
 }
 
-class Random_points {
+class Random_points : public Random_places {
 public:
-    explicit Random_points(unsigned seed) : generator(seed) {}
-    double between(double low, double high)
-    {
-        return low + (high - low) * std::uniform_real_distribution<double>(0.0, 1.0)(generator);
-    }
-    double latitude() { return std::asin(between(-1.0, 1.0)); }
-    double longitude() { return between(-PI, PI); }
+    using Random_places::Random_places;
     /// Anywhere on the globe, between two heights.
     Xyz around(double low, double high)
     {
@@ -127,9 +121,6 @@ public:
         const double lon = longitude();
         return {r * std::cos(lat) * std::cos(lon), r * std::cos(lat) * std::sin(lon), r * std::sin(lat)};
     }
-
-private:
-    std::mt19937 generator;
 };
 
 double ulp(double value)

@@ -207,8 +207,10 @@ TEST_F(Log_item_sender, emits_in_its_own_thread_whoever_submits)
         const std::lock_guard<std::mutex> lock(mutex);
         emitting.push_back(QThread::currentThread());
     });
-    sender.submit(item_with("from here"));
-    std::thread([&sender] { sender.submit(item_with("from a third thread")); }).join();
+    Application::post([&sender] { sender.submit(item_with("from here")); });
+    std::thread([&sender] {
+        Application::post([&sender] { sender.submit(item_with("from a third thread")); });
+    }).join();
     thread.run([&sender] { sender.submit(item_with("from its own")); });
     thread.drain();
     EXPECT_THAT(emitting, ElementsAre(thread.get(), thread.get(), thread.get()));
@@ -252,7 +254,7 @@ TEST_F(Log_item_sender, is_connected_across_threads_by_the_text_of_its_signature
     ASSERT_TRUE(QObject::connect(&from, SIGNAL(logged(Log_item)), &to, SLOT(proxy(Log_item))));
     Record record;
     listen(to, record, "to ");
-    from.submit(item_with("one"));
+    Application::post([&from] { from.submit(item_with("one")); });
     thread.drain();
     EXPECT_THAT(record.get(), ElementsAre("to one"));
 }
@@ -341,7 +343,7 @@ TEST_F(Log_item_sender, forwards_down_a_chain_across_three_threads)
     }
     a.forward_to(b);
     b.forward_to(c);
-    a.submit(item_with("one"));
+    Application::post([&a] { a.submit(item_with("one")); });
     second.drain();
     third.drain();
     EXPECT_THAT(record.get(), ElementsAre("a one", "b one", "c one"));
@@ -375,7 +377,7 @@ TEST_F(Log_item_sender, follows_a_target_that_moves_to_another_thread_after_the_
     to.moveToThread(thread.get());
     std::atomic<QThread*> emitting{nullptr};
     QObject::connect(&to, &Sender::logged, [&emitting] { emitting = QThread::currentThread(); });
-    from.submit(item_with("one"));
+    Application::post([&from] { from.submit(item_with("one")); });
     thread.drain();
     EXPECT_THAT(record.get(), ElementsAre("to one"));
     EXPECT_EQ(thread.get(), emitting);
@@ -461,7 +463,7 @@ TEST_F(Log_item_sender, delivers_every_item_of_many_threads_once_and_each_thread
     for (int id = 0; id < THREADS; ++id)
         threads.emplace_back([id, this] {
             for (int n = 0; n < ITEMS; ++n)
-                source.submit(item_with(std::to_string(id), source, n));
+                Application::post([&] { source.submit(item_with(std::to_string(id), source, n)); });
         });
     const auto count = [&heard] {
         std::size_t sum = 0;
@@ -495,7 +497,7 @@ TEST_F(Log_item_sender, keeps_each_threads_order_through_a_chain_of_threads)
                      [&heard](const Util::Log_item& item) { heard.push_back(item.line_number()); });
     std::vector<int> in_order;
     for (int n = 0; n < ITEMS; ++n) {
-        first.submit(item_with("m", {}, n));
+        Application::post([&first, n] { first.submit(item_with("m", {}, n)); });
         in_order.push_back(n);
     }
     EXPECT_TRUE(heard.empty());

@@ -5,6 +5,8 @@
 #include "util/log/Log_item_private.h"
 #include "util/log/Log_item_sender.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QPointer>
 #include <QThread>
 
@@ -335,6 +337,18 @@ TEST_F(Log_item_source, leaves_the_sender_of_a_running_thread_without_event_loop
     EXPECT_FALSE(sender.isNull());
     step = 2;
     thread.join();
+}
+
+TEST_F(Log_item_source, has_its_sender_freed_on_request_in_a_thread_without_event_loop)
+{
+    std::thread([] {
+        Util::Log_item_source source("gps", "fix", 0, Target_type::none);
+        const QPointer<Util::Log_item_sender> sender = source.sender();
+        source = Util::Log_item_source();
+        EXPECT_FALSE(sender.isNull());
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_TRUE(sender.isNull());
+    }).join();
 }
 
 TEST_F(Log_item_source, stays_readable_when_the_thread_that_built_it_has_ended)

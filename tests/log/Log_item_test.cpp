@@ -5,6 +5,7 @@
 #include "util/log/Log_item_sender.h"
 
 #include <QString>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -83,6 +84,21 @@ protected:
 };
 
 const char* const NULL_TEXT = nullptr;
+
+/// What an empty item's source was when it was first asked for: by a second thread, before main() began.
+struct First_sight_of_the_dummy {
+    First_sight_of_the_dummy()
+    {
+        std::thread([this] {
+            const Util::Log_item_source source = Util::Log_item().source();
+            functionality = source.functionality();
+            thread_of_the_sender = source.sender()->thread();
+        }).join();
+    }
+    std::string functionality;
+    QThread* thread_of_the_sender = nullptr;
+};
+const First_sight_of_the_dummy first_sight;
 
 // Longer than what a string keeps inside itself.
 const std::string LONG_TEXT(100, 'x');
@@ -259,6 +275,19 @@ TEST_F(Log_item, answers_one_valid_dummy_source_while_empty)
     EXPECT_EQ(4, static_cast<int>(item.source().target_type()));
     EXPECT_NE(nullptr, item.source().sender());
     EXPECT_EQ(&item.source(), &Util::Log_item().source());
+}
+
+TEST_F(Log_item, has_its_dummy_source_before_the_program_initialises_its_own_objects)
+{
+    EXPECT_EQ("Dummy", first_sight.functionality);
+}
+
+TEST_F(Log_item, has_its_dummy_source_built_in_the_main_thread_whoever_asks_first)
+{
+    EXPECT_EQ(QThread::currentThread(), first_sight.thread_of_the_sender);
+    const QThread* seen_from_a_thread = nullptr;
+    std::thread([&] { seen_from_a_thread = Util::Log_item().source().sender()->thread(); }).join();
+    EXPECT_EQ(QThread::currentThread(), seen_from_a_thread);
 }
 
 TEST_F(Log_item, of_an_invalid_source_is_not_empty)
