@@ -1,6 +1,8 @@
 // Uses something of every family through the installed headers, and says so.
 #include "util/GPS/GPS_types.h"
 #include "util/GPS/Satellites.h"
+#include "util/String_base.h"
+#include "util/crc.h"
 #include "util/guidance/Mini_PP.h"
 #include "util/guidance/PID.h"
 #include "util/log/Log_item_sender.h"
@@ -23,8 +25,13 @@ int main()
     QObject::connect(source.sender(), &Util::Log_item_sender::logged, [&logged] { ++logged; });
     source.submit({source, Util::Log_item_priority::Info, false, 0, "steering", 1, nullptr});
 
-    const bool right = steering == -0.5F && logged == 1 && Satellites::GPS_SATS.get_sat(36) == 37 &&
-                       Satellites::GPS_SATS.min_sat() == 1 && GPS::Time::get_current_gps_week() < 1024;
+    char buffer[8];
+    const String_base text(buffer, sizeof buffer, "123456789"); // cut to the seven that fit
+    const auto* const digits = reinterpret_cast<const unsigned char*>("123456789");
+
+    const bool right = text.len() == 7 && crc16(0, digits, 9) == 0x31C3 && steering == -0.5F && logged == 1 &&
+                       Satellites::GPS_SATS.get_sat(36) == 37 && Satellites::GPS_SATS.min_sat() == 1 &&
+                       GPS::Time::get_current_gps_week() < 1024;
     std::puts(right ? "consumer: all right" : "consumer: WRONG");
     return right ? 0 : 1;
 }
