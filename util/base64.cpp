@@ -240,7 +240,8 @@ int base64_decode(unsigned char* dst, int* dlen, const unsigned char* src, int s
     }
     for (; groups > 0; --groups)
         dst = put_bytes(dst, next_group(src));
-    *dlen = static_cast<int>(dst - start);
+    const std::int64_t written = dst - start;
+    *dlen = static_cast<int>(written);
     return 0;
 }
 
