@@ -14,6 +14,7 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUARVEL_SYSROOT)
 set(CMAKE_SYSROOT "${QUARVEL_SYSROOT}")
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi") # GCC 7 changed how some arguments are passed; nothing here is that old
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-arm;-L;${QUARVEL_SYSROOT}")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${QUARVEL_SYSROOT}")
