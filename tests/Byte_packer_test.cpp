@@ -106,7 +106,7 @@ void expect_packed(const Example& example)
 
 } // namespace
 
-TEST(Byte_packer, packs_the_worked_examples)
+TEST(Byte_packer, packs_examples_done_by_hand)
 {
     for (const bool derived : {false, true}) {
         Bytes out{0xFF, 0xFF, 0xFF};

@@ -71,7 +71,7 @@ TEST(Random, draws_as_the_standard_librarys_generator_does)
 TEST(Random, never_sticks_at_0)
 {
     EXPECT_EQ(2147483647U, after(0));
-    EXPECT_EQ(2147483647U, Random::rand()); // but where it went
+    EXPECT_EQ(2147483647U, Random::rand()); // it stays there
     EXPECT_EQ(2147483647U, after(2147483647));
 }
 

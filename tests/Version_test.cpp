@@ -621,7 +621,7 @@ TEST(Version, to_string_leaves_the_last_byte_but_one_unused_by_a_cut_piece)
         unsigned size;
         const char* text;
     } cases[] = {{make(10, 20), 1, ""},
-                 {make(10, 20), 4, "10."}, // by the worked example
+                 {make(10, 20), 4, "10."},
                  {make(10, 20), 5, "10.2"},
                  {make(10, 20), 6, "10.20"},
                  {make(4, 2, 3, 7), 4, "4.2"},

@@ -387,6 +387,15 @@ TEST(file_ops_rmdir_recursive, a_link_as_the_path_stands_for_what_it_points_to)
     EXPECT_TRUE(fs::is_symlink("link"));
 }
 
+TEST(file_ops_rmdir_recursive, refuses_a_null_path_with_the_resolutions_own_errno)
+{
+    Removes_nothing nothing;
+    errno = 0;
+    EXPECT_EQ(-1, file_ops_rmdir_recursive(nullptr));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_TRUE(nothing.asked.empty());
+}
+
 TEST(file_ops_rmdir_recursive, refuses_the_root_by_any_name)
 {
     const Scratch scratch;
@@ -606,6 +615,22 @@ TEST(file_ops_rmdir_recursive_qt, takes_an_empty_path_for_no_directory_not_for_t
     EXPECT_EQ(0, file_ops_rmdir_recursive_qt(""));
     EXPECT_EQ(0, file_ops_rmdir_recursive_qt(QString()));
     EXPECT_EQ(Names{"file"}, scratch.entries());
+}
+
+TEST(file_ops_rmdir_recursive_qt, refuses_a_directory_that_is_gone_before_it_is_resolved)
+{
+    const Scratch scratch;
+    scratch.file("file");
+    struct : Removes_nothing {
+        char* realpath(const char* /*path*/, char* /*resolved*/) override
+        {
+            errno = ENOENT;
+            return nullptr;
+        }
+    } gone;
+    EXPECT_EQ(-1, file_ops_rmdir_recursive_qt("."));
+    EXPECT_TRUE(
+        gone.asked.empty()); // not even for the working directory, which an empty path would stand for
 }
 
 TEST(file_ops_rmdir_recursive_qt, removes_a_tree_by_any_path_that_leads_there)

@@ -2,22 +2,29 @@
 // the types of the parameters, const members, and what goes by value or by reference. What is not const here
 // takes no const object; that is meant.
 
+#include "util/Dumper.h"
 #include "util/GPS/Coordinate_converter.h"
 #include "util/GPS/GPS_types.h"
 #include "util/GPS/Point3DMean.h"
 #include "util/GPS/Satellites.h"
 #include "util/GPS/ellipsoid.h"
+#include "util/Random.h"
+#include "util/String_builder_base.h"
+#include "util/crc.h"
 #include "util/guidance/Mini_PP.h"
 #include "util/guidance/PID.h"
 #include "util/log/Log_item.h"
 #include "util/log/Log_item_sender.h"
+#include "util/text.h"
 
 #include <QString>
 
+#include <cstdint>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -27,6 +34,81 @@ constexpr bool is_overload(TYPE)
 {
     return true;
 }
+
+// ---- strings
+
+static_assert(std::is_same_v<decltype(&stzncpy), char* (*)(char*, const char*, unsigned)>);
+static_assert(std::is_constructible_v<String_base, char*, int>);
+static_assert(std::is_constructible_v<String_base, char*, int, const char*>);
+static_assert(std::is_constructible_v<String_base, char*, int, const String_base&>);
+static_assert(std::is_same_v<decltype(&String_base::init), void (String_base::*)(char*, int)>);
+static_assert(std::is_same_v<decltype(&String_base::zero), void (String_base::*)()>);
+static_assert(std::is_same_v<decltype(&String_base::buf), char* (String_base::*)()>);
+static_assert(std::is_same_v<decltype(&String_base::cbuf), const char* (String_base::*)() const>);
+static_assert(is_overload<const char* (String_base::*)() const>(&String_base::get));
+static_assert(is_overload<char* (String_base::*)(int)>(&String_base::get));
+static_assert(is_overload<int (String_base::*)(char*, int) const>(&String_base::get));
+static_assert(std::is_same_v<decltype(&String_base::_set), void (String_base::*)(const char*)>);
+static_assert(is_overload<void (String_base::*)(const char*)>(&String_base::set));
+static_assert(is_overload<void (String_base::*)(const char*, int)>(&String_base::set));
+static_assert(is_overload<String_base& (String_base::*)(const char*)>(&String_base::operator=));
+static_assert(is_overload<String_base& (String_base::*)(const String_base&)>(&String_base::operator=));
+static_assert(std::is_same_v<decltype(&String_base::_append), void (String_base::*)(const char*)>);
+static_assert(std::is_same_v<decltype(&String_base::append), void (String_base::*)(const char*)>);
+static_assert(is_overload<String_base& (String_base::*)(const char*)>(&String_base::operator+=));
+static_assert(is_overload<String_base& (String_base::*)(String_base&)>(&String_base::operator+=));
+static_assert(std::is_same_v<decltype(&String_base::len), unsigned (String_base::*)() const>);
+static_assert(std::is_same_v<decltype(&String_base::max_len), int (String_base::*)() const>);
+static_assert(std::is_same_v<decltype(&String_base::max_string_len), int (String_base::*)() const>);
+static_assert(is_overload<int (String_base::*)(const char*) const>(&String_base::compare));
+static_assert(is_overload<int (String_base::*)(const char*, int) const>(&String_base::compare));
+static_assert(is_overload<int (String_base::*)(const char*) const>(&String_base::case_compare));
+static_assert(is_overload<int (String_base::*)(const char*, int) const>(&String_base::case_compare));
+static_assert(
+    std::is_same_v<decltype(&String_base::print), void (String_base::*)(const char*, const char*) const>);
+static_assert(is_overload<int (String_base::*)(const char*, ...)>(&String_base::printf));
+static_assert(is_overload<int (String_base::*)(const char*, ...)>(&String_base::appendf));
+
+static_assert(std::is_constructible_v<String_builder_base, String_base&>);
+static_assert(std::is_constructible_v<String_builder_base, String_base*>);
+static_assert(is_overload<int (String_builder_base::*)(const char*)>(&String_builder_base::append));
+static_assert(is_overload<int (String_builder_base::*)(char)>(&String_builder_base::append));
+static_assert(is_overload<int (String_builder_base::*)(const char*, ...)>(&String_builder_base::appendf));
+static_assert(std::is_same_v<decltype(&String_builder_base::truncate), bool (String_builder_base::*)(int)>);
+static_assert(std::is_same_v<decltype(&String_builder_base::reset), void (String_builder_base::*)()>);
+static_assert(
+    std::is_same_v<decltype(&String_builder_base::begin), const char* (String_builder_base::*)() const>);
+static_assert(
+    std::is_same_v<decltype(&String_builder_base::end), const char* (String_builder_base::*)() const>);
+
+// ---- dumper, text, checksums, random numbers
+
+static_assert(std::is_abstract_v<Debug::Dumper> && std::is_base_of_v<Debug::Dumper, Debug::Debug_dumper>);
+static_assert(std::is_constructible_v<Debug::Debug_dumper, bool, const char*>);
+static_assert(std::is_same_v<decltype(&Debug::Dumper::child_start), bool (Debug::Dumper::*)(const char*)>);
+static_assert(std::is_same_v<decltype(&Debug::Dumper::child_end), void (Debug::Dumper::*)(const char*)>);
+static_assert(
+    std::is_same_v<decltype(&Debug::Dumper::print_item), void (Debug::Dumper::*)(const char*, const char*)>);
+
+static_assert(std::is_same_v<decltype(&Util::String::trim_trailing),
+                             std::string (*)(const std::string&, const std::string&)>);
+static_assert(
+    std::is_same_v<decltype(&Util::String::expand_shell), std::vector<std::string> (*)(const std::string&)>);
+
+static_assert(
+    std::is_same_v<decltype(&crc16), unsigned short (*)(unsigned short, const unsigned char*, unsigned)>);
+static_assert(
+    std::is_same_v<decltype(&calculate_crc16_byte), unsigned short (*)(unsigned short, unsigned char)>);
+static_assert(std::is_same_v<decltype(&calculate_crc16),
+                             unsigned short (*)(const unsigned char*, unsigned, unsigned short)>);
+static_assert(std::is_same_v<decltype(&crc24q), unsigned (*)(unsigned, const unsigned char*, int)>);
+static_assert(std::is_same_v<decltype(&crc16table), const unsigned short* (*)()>);
+static_assert(std::is_same_v<decltype(&crc24q_table), const unsigned* (*)()>);
+
+static_assert(std::is_same_v<decltype(Random::seed), std::uint32_t>);
+static_assert(std::is_same_v<decltype(&Random::srand), void (*)(unsigned long)>);
+static_assert(std::is_same_v<decltype(&Random::rand), std::uint32_t (*)()>);
+static_assert(std::is_same_v<decltype(&Random::init), void (*)()>);
 
 // ---- ellipsoid
 

@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-/// Small pseudo-random numbers that repeat: the same seed gives the same row on every machine. Not for secrets.
+/// Small pseudo-random numbers that repeat: the same seed gives the same row on every machine. Not for
+/// secrets.
 ///
 /// The minimal standard generator with multiplier 48271 and modulus 2^31 - 1, as std::minstd_rand.
 ///
@@ -15,13 +16,13 @@ class QUARVEL_EXPORT Random {
 public:
     /// The whole state, which may be read and set at any time; 1 until something seeds it.
     ///
-    /// 0 and 2^31 - 1 are poor seeds: from either rand() gives 2147483647 for ever.
+    /// 0 and the multiples of 2^31 - 1 are poor seeds: from these rand() gives 2147483647 for ever.
     static std::uint32_t seed;
 
     /// Sets the seed to the low 32 bits of `s`.
     static void srand(unsigned long s);
 
-    /// Steps the seed and returns it: 1 to 2147483647, the upper bound from the two poor seeds alone.
+    /// Steps the seed and returns it: 1 to 2147483647, the upper bound from the poor seeds alone.
     ///
     /// A seed of 2^31 or more stands for its remainder modulo 2^31 - 1.
     static std::uint32_t rand();

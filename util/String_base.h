@@ -6,7 +6,7 @@
 
 /// Copies at most `n` characters of `src` and ends them with a zero: up to n + 1 bytes of `dest` are written.
 ///
-/// @param src  ends with a zero or has `n` characters; may overlap `dest`, and is then copied as it was before
+/// @param src  ends with a zero or has `n` characters; may overlap `dest`, and is then copied as it was
 /// @return the address of the terminator in `dest`, so that the next text can be put there
 QUARVEL_EXPORT char* stzncpy(char* dest, const char* src, unsigned n);
 
@@ -92,7 +92,7 @@ public:
     /// Replaces the text by a formatted one. Unlike elsewhere, arguments must not lie in the buffer.
     ///
     /// @return the length that the text has uncut (it was cut if that is above max_string_len()), or a
-    ///         negative number where the C library cannot format it
+    ///         negative number where the C library cannot format it: the part before that then stands
     int printf(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
     /// The same behind the text that is there; the result counts what was to be appended.

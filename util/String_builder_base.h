@@ -40,7 +40,8 @@ public:
     void reset();
 
     const char* begin() const;
-    const char* end() const; ///< the address of the terminator
+    /// Where the next character goes: the terminator, once this builder has written.
+    const char* end() const;
 
 private:
     String_base* target;

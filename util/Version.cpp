@@ -260,7 +260,7 @@ char* Util::Version::to_string(char* buf, unsigned size) const
 
 void Util::Version::print(const char* prefix, const char* suffix) const
 {
-    char text[80]; // the longest is 53 characters
+    char text[80]; // the longest is 50 characters
     const char* const shown = to_string(text, sizeof text);
     std::printf("%s", prefix);
     std::printf("%s", shown != nullptr ? shown : "<Invalid version>");

@@ -69,7 +69,8 @@ struct QUARVEL_EXPORT Version {
     bool is_compatible_with(const Version& rhs) const;
 
     /// The operators stop the program by an assertion for versions that are not compatible; compare_version()
-    /// does not.
+    /// does not. Equal when the five numbers are equal as they stand: numbers absent by different negative
+    /// values differ, though neither version is less.
     bool operator==(const Version& rhs) const;
     bool operator!=(const Version& rhs) const;
 

@@ -27,9 +27,9 @@ QUARVEL_EXPORT int file_ops_mkdir_recursive(const char* path);
 /// error by perror and ends the walk; what was removed by then is gone. A tree with an entry whose absolute
 /// path does not fit PATH_MAX is such a case (ENAMETOOLONG).
 ///
-/// @return 0 when everything is gone, otherwise -1 with errno telling why. A path that leads to the root of the file system is
-///         refused with errno EACCES; one that cannot be resolved (a missing one: ENOENT) keeps the errno of
-///         realpath(3). Nothing is touched in either case.
+/// @return 0 when everything is gone, otherwise -1 with errno telling why. A path that leads to the root of
+///         the file system is refused with errno EACCES; one that cannot be resolved (null: EINVAL, a
+///         missing one: ENOENT) keeps the errno of realpath(3). Nothing is touched in either case.
 QUARVEL_EXPORT int file_ops_rmdir_recursive(const char* path);
 
 /// Removes a directory with what is visible in it, the Qt way; the two ways differ.

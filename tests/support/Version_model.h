@@ -190,7 +190,7 @@ inline bool less_by_the_table(const Version& a, const Version& b)
     std::abort(); // no such cell
 }
 
-/// What to_string() writes, from the words "each piece gets one byte less than is left": pieces cut as texts.
+/// What to_string() writes: each piece behind the first has a byte less than is left, pieces cut as texts.
 inline std::string shown(const std::vector<std::string>& pieces, std::size_t size)
 {
     std::string text = pieces.at(0).substr(0, size - 1);
