@@ -225,6 +225,7 @@ int main(int argc, char** argv)
 
     const Places globe = globe_places();
     const Places field = field_places();
+    const Places east = field_places(far_east());
     const std::vector<Triple> globe_locals = locals_of(globe);
     const std::vector<Triple> field_locals = locals_of(field);
     const Lines short_lines = lines_over(globe, 1000.0);
@@ -232,6 +233,7 @@ int main(int argc, char** argv)
     const Lines long_lines = lines_anywhere(globe);
     measure_earth_centred("globe", globe);
     measure_earth_centred("field", field);
+    measure_earth_centred("field at 152 E", east);
     measure_local("globe", globe, globe_locals);
     measure_local("field", field, field_locals);
     measure_path("1 km", short_lines);

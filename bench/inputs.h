@@ -33,7 +33,14 @@ using Places = std::vector<Place>;
 
 constexpr std::size_t PLACES = 2048;
 
+/// Where recorded drives with centimetre positions begin.
 inline Place field_centre()
+{
+    return {40.0968 * PI / 180.0, -105.1476 * PI / 180.0, 1600.0};
+}
+
+/// Beyond 139 degrees of longitude the maths library's sine takes longer, as its argument is reduced first.
+inline Place far_east()
 {
     return {-27.5 * PI / 180.0, 152.3 * PI / 180.0, 420.0};
 }
@@ -56,12 +63,11 @@ inline Places globe_places(std::size_t count = PLACES, double lowest = -1000.0, 
 }
 
 /// Within a kilometre or so of one place, on rolling ground.
-inline Places field_places()
+inline Places field_places(const Place& centre = field_centre())
 {
     std::mt19937_64 random(20180402);
     std::uniform_real_distribution<double> offset(-0.00016, 0.00016); // a kilometre on the ground
     std::uniform_real_distribution<double> height(-15.0, 15.0);
-    const Place centre = field_centre();
     Places places;
     places.reserve(PLACES);
     while (places.size() < PLACES) {
