@@ -28,6 +28,7 @@ std::size_t not_negative(int count)
 [[gnu::used]] char* (String_base::*const BUF)() = &String_base::buf;
 [[gnu::used]] const char* (String_base::*const CBUF)() const = &String_base::cbuf;
 [[gnu::used]] const char* (String_base::*const GET)() const = &String_base::get;
+[[gnu::used]] char* (String_base::*const GET_BYTE)(int) = &String_base::get;
 [[gnu::used]] int (String_base::*const MAX_LEN)() const = &String_base::max_len;
 [[gnu::used]] int (String_base::*const MAX_STRING_LEN)() const = &String_base::max_string_len;
 
@@ -84,11 +85,6 @@ void String_base::zero()
 {
     if (capacity > 0)
         std::memset(buf(), 0, not_negative(capacity));
-}
-
-char* String_base::get(int i)
-{
-    return i >= 0 && i < capacity ? buf() + i : &spare;
 }
 
 int String_base::get(char* out, int n) const

@@ -48,7 +48,7 @@ public:
 
     /// The byte at `i` of the buffer, or a cell inside the object, for a stray write to land in, where the
     /// buffer has no such byte.
-    char* get(int i);
+    QUARVEL_EXPORT char* get(int i);
 
     /// Copies the text out, cut to min(n, max_len()) - 1 characters; zeros follow up to that many bytes.
     ///
@@ -136,6 +136,11 @@ inline const char* String_base::cbuf() const
 inline const char* String_base::get() const
 {
     return capacity > 0 ? cbuf() : "";
+}
+
+inline char* String_base::get(int i)
+{
+    return i >= 0 && i < capacity ? buf() + i : &spare;
 }
 
 inline int String_base::max_len() const

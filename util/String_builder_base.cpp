@@ -9,6 +9,7 @@ namespace {
 // What is inline in the header is in the library too, for programs built when it was not.
 [[gnu::used]] int (String_builder_base::*const APPEND_TEXT)(const char*) = &String_builder_base::append;
 [[gnu::used]] int (String_builder_base::*const APPEND_CHARACTER)(char) = &String_builder_base::append;
+[[gnu::used]] void (String_builder_base::*const RESET)() = &String_builder_base::reset;
 
 } // namespace
 
@@ -59,12 +60,6 @@ bool String_builder_base::truncate(int n)
     cursor -= n;
     *target->get(cursor) = 0;
     return true;
-}
-
-void String_builder_base::reset()
-{
-    cursor = 0;
-    *target->get(0) = 0;
 }
 
 const char* String_builder_base::begin() const

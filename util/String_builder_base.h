@@ -37,7 +37,7 @@ public:
     bool truncate(int n);
 
     /// Back to the empty text.
-    void reset();
+    QUARVEL_EXPORT void reset();
 
     const char* begin() const;
     /// Where the next character goes: the terminator, once this builder has written.
@@ -69,10 +69,17 @@ inline int String_builder_base::append(char ch)
     const auto last = static_cast<std::uint32_t>(cursor);
     const auto next = static_cast<std::int32_t>(last + 1);
     if (next < target->max_len()) {
-        char* const end = target->buf() + last;
-        end[0] = ch;
-        end[1] = 0;
+        const char with_terminator[] = {ch, 0};
+        std::memcpy(target->buf() + last, with_terminator, sizeof with_terminator); // one store
         cursor = next;
     }
     return 0;
+}
+
+// Inline like the appends that follow it: a call in between costs them more than itself, since a processor
+// that keeps the cursor in a register loses it there.
+inline void String_builder_base::reset()
+{
+    cursor = 0;
+    *target->get(0) = 0;
 }

@@ -81,11 +81,11 @@ void correct_from_geocentric(double p, double z, double r, double radius2, doubl
 
 void Geo2Decart(double lat, double lon, double h, double& x, double& y, double& z)
 {
+    const double sin_lon = std::sin(lon); // before the latitude's, which n needs at once
+    const double cos_lon = std::cos(lon);
     const double sin_lat = std::sin(lat);
     const double cos_lat = std::cos(lat);
     const double n = A / std::sqrt(1.0 - E2 * sin_lat * sin_lat);
-    const double sin_lon = std::sin(lon);
-    const double cos_lon = std::cos(lon);
     x = (n + h) * cos_lat * cos_lon;
     y = (n + h) * cos_lat * sin_lon;
     z = (n * ONE_MINUS_E2 + h) * sin_lat;
