@@ -11,3 +11,24 @@ namespace Debug::Print {
 QUARVEL_PLATFORM_EXPORT void dprint(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 } // namespace Debug::Print
+
+namespace Debug::Channel {
+
+/// Writes one printf-style text to the debug channel: here to standard error, as dprint() does, whatever the
+/// category.
+///
+/// Any thread.
+/// @param category  what the text is about, for a console that sorts or filters; networking is 107
+QUARVEL_PLATFORM_EXPORT void print(int category, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/// Reports a broken precondition. Here it is written like any other text, and the process goes on.
+QUARVEL_PLATFORM_EXPORT void critical(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace Debug::Channel
+
+namespace Debug_print {
+
+/// Writes `text`, ": ", what errno says and a line end to the debug output. errno stays as it is.
+QUARVEL_PLATFORM_EXPORT void perror(const char* text);
+
+} // namespace Debug_print

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Atime.h"
 #include "platform/export.h"
 
 #include <cstdint>
@@ -16,4 +17,8 @@ struct QUARVEL_PLATFORM_EXPORT Rtime {
 
     /// The current time when `now`, else the epoch; the clock is read with clock_gettime.
     explicit Rtime(bool now);
+
+    /// When a moment of the monotonic clock is or was, as the wall clock now stands. Before 1970 the seconds are
+    /// negative and the milliseconds count on from them.
+    explicit Rtime(const Atime& moment);
 };

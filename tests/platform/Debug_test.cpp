@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fcntl.h>
 #include <sstream>
 #include <string>
@@ -113,4 +114,34 @@ TEST(dprint, keeps_the_texts_of_threads_whole_and_each_threads_texts_in_order)
     EXPECT_EQ(0, torn);
     for (const int count : next)
         EXPECT_EQ(LINES, count);
+}
+
+TEST(channel, writes_as_dprint_does_whatever_the_category)
+{
+    using Debug::Channel::print;
+    EXPECT_EQ("port 8080\n", printed([] { print(107, "port %i\n", 8080); }));
+    EXPECT_EQ("no newline", printed([] { print(-1, "%s", "no newline"); }));
+    EXPECT_EQ("", printed([] { print(0, "%s", ""); }));
+}
+
+TEST(channel, reports_a_broken_precondition_and_goes_on)
+{
+    EXPECT_EQ("PRE-failure: 3 of 4\n", printed([] { Debug::Channel::critical("PRE-failure: %d of %d\n", 3, 4); }));
+}
+
+TEST(debug_perror, appends_what_errno_says_and_keeps_it)
+{
+    EXPECT_EQ("open: No such file or directory\n", printed([] {
+                  errno = ENOENT;
+                  Debug_print::perror("open");
+                  EXPECT_EQ(ENOENT, errno);
+              }));
+    EXPECT_EQ(": Success\n", printed([] {
+                  errno = 0;
+                  Debug_print::perror("");
+              }));
+    EXPECT_EQ("100%s: Unknown error 4242\n", printed([] {
+                  errno = 4242;
+                  Debug_print::perror("100%s");
+              }));
 }

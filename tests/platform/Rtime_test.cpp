@@ -71,3 +71,30 @@ TEST(Rtime, counts_whole_milliseconds_that_have_passed)
     }
     EXPECT_LT(0, compared);
 }
+
+TEST(Rtime, tells_when_a_moment_of_the_monotonic_clock_was_or_will_be)
+{
+    struct Case {
+        std::int64_t wall_ms;
+        std::int64_t ago_ms;
+        std::int64_t seconds;
+        int milliseconds;
+    };
+    const Case cases[] = {{1234567890500, 0, 1234567890, 500},
+                          {1234567890500, 500, 1234567890, 0},
+                          {1234567890500, 501, 1234567889, 999},
+                          {1234567890500, -600, 1234567891, 100},
+                          {2147483648000, 1, 2147483647, 999},
+                          {1000, 1000, 0, 0},
+                          {1000, 1001, -1, 999},
+                          {1000, 2500, -2, 500}};
+    for (const Case& each : cases) {
+        const Fake_clock wall(each.wall_ms / 1000, static_cast<int>(each.wall_ms % 1000));
+        Fake_monotonic_clock clock(1000000);
+        const Atime moment(true);
+        clock.advance(each.ago_ms);
+        const Rtime time(moment);
+        EXPECT_EQ(each.seconds, time.seconds);
+        EXPECT_EQ(each.milliseconds, time.milliseconds);
+    }
+}

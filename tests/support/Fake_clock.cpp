@@ -9,6 +9,8 @@ namespace {
 
 std::atomic<bool> faked{false};
 timespec fake_time{};
+std::atomic<bool> monotonic_faked{false};
+std::atomic<std::int64_t> fake_monotonic_ms{0};
 
 int real_time(clockid_t clock, timespec* time)
 {
@@ -23,6 +25,12 @@ int real_time(clockid_t clock, timespec* time)
 
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
+    if (clock == CLOCK_MONOTONIC && monotonic_faked) {
+        const std::int64_t ms = fake_monotonic_ms;
+        time->tv_sec = ms / 1000;
+        time->tv_nsec = static_cast<int>(ms % 1000) * 1000000;
+        return 0;
+    }
     if (clock != CLOCK_REALTIME || !faked)
         return real_time(clock, time);
     *time = fake_time;
@@ -39,4 +47,20 @@ Fake_clock::Fake_clock(std::int64_t seconds, int milliseconds)
 Fake_clock::~Fake_clock()
 {
     faked = false;
+}
+
+Fake_monotonic_clock::Fake_monotonic_clock(std::int64_t milliseconds)
+{
+    fake_monotonic_ms = milliseconds;
+    monotonic_faked = true;
+}
+
+Fake_monotonic_clock::~Fake_monotonic_clock()
+{
+    monotonic_faked = false;
+}
+
+void Fake_monotonic_clock::advance(std::int64_t milliseconds)
+{
+    fake_monotonic_ms += milliseconds;
 }

@@ -14,3 +14,15 @@ public:
     Fake_clock(const Fake_clock&) = delete;
     Fake_clock& operator=(const Fake_clock&) = delete;
 };
+
+/// The same for the monotonic clock, which stands still but for advance(). Nothing in the process may wait for
+/// time to pass meanwhile.
+class Fake_monotonic_clock {
+public:
+    explicit Fake_monotonic_clock(std::int64_t milliseconds);
+    ~Fake_monotonic_clock();
+    Fake_monotonic_clock(const Fake_monotonic_clock&) = delete;
+    Fake_monotonic_clock& operator=(const Fake_monotonic_clock&) = delete;
+
+    void advance(std::int64_t milliseconds); // NOLINT(readability-convert-member-functions-to-static)
+};

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace MutexImp {
+
+/// Locks a mutex that a first try found taken, waiting as long as it takes.
+///
+/// Here it only waits; a console may report who waits for whom. A template, so that platform/ needs no Qt.
+template <typename MUTEX>
+void debug_lock(MUTEX& mutex)
+{
+    mutex.lock();
+}
+
+} // namespace MutexImp
