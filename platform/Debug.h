@@ -19,7 +19,8 @@ namespace Debug::Channel {
 ///
 /// Any thread.
 /// @param category  what the text is about, for a console that sorts or filters; networking is 107
-QUARVEL_PLATFORM_EXPORT void print(int category, const char* format, ...) __attribute__((format(printf, 2, 3)));
+QUARVEL_PLATFORM_EXPORT void print(int category, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
 /// Reports a broken precondition. Here it is written like any other text, and the process goes on.
 QUARVEL_PLATFORM_EXPORT void critical(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -126,7 +126,8 @@ TEST(channel, writes_as_dprint_does_whatever_the_category)
 
 TEST(channel, reports_a_broken_precondition_and_goes_on)
 {
-    EXPECT_EQ("PRE-failure: 3 of 4\n", printed([] { Debug::Channel::critical("PRE-failure: %d of %d\n", 3, 4); }));
+    EXPECT_EQ("PRE-failure: 3 of 4\n",
+              printed([] { Debug::Channel::critical("PRE-failure: %d of %d\n", 3, 4); }));
 }
 
 TEST(debug_perror, appends_what_errno_says_and_keeps_it)

@@ -34,7 +34,8 @@ void say(Debug_output::Line line)
     {
         const std::lock_guard<std::mutex> lock(mutex);
         if (!catching) {
-            const bool with_error = line.way == Debug_output::DEBUG_PERROR || line.way == Debug_output::PERROR;
+            const bool with_error =
+                line.way == Debug_output::DEBUG_PERROR || line.way == Debug_output::PERROR;
             const std::string end = with_error ? std::string(": ") + std::strerror(line.error) + "\n" : "";
             std::fputs((line.text + end).c_str(), stderr);
         } else {
@@ -129,7 +130,8 @@ int Debug_output::count(Way way, const std::string& text) const
     return count_caught(way, text);
 }
 
-bool Debug_output::wait_for(Way way, const std::string& text, int times, std::chrono::milliseconds limit) const
+bool Debug_output::wait_for(Way way, const std::string& text, int times,
+                            std::chrono::milliseconds limit) const
 {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, limit, [&] { return count_caught(way, text) >= times; });
