@@ -1,39 +1,9 @@
 #include "bench/inputs.h"
+#include "tests/support/Allocations.h"
 #include "util/guidance/Mini_PP.h"
 #include "util/guidance/PID.h"
 
 #include <benchmark/benchmark.h>
-
-#include <atomic>
-#include <cstdlib>
-
-// Every allocation of the program passes here, operator new's and the libraries' too: the C library lets a
-// program replace malloc(), and offers its own under these names.
-namespace {
-std::atomic<std::int64_t> allocations{0};
-} // namespace
-
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* old, std::size_t size);
-
-void* malloc(std::size_t size)
-{
-    ++allocations;
-    return __libc_malloc(size);
-}
-void* calloc(std::size_t count, std::size_t size)
-{
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-void* realloc(void* old, std::size_t size)
-{
-    ++allocations;
-    return __libc_realloc(old, size);
-}
-}
 
 namespace {
 
@@ -76,10 +46,10 @@ void guidance_epoch(benchmark::State& state)
     PID pid(8.0F, 0.05F, 1.0F, 5.0F, -35.0F, 35.0F);
     std::int64_t allocated = 0;
     for (auto _ : state) {
-        const std::int64_t before = allocations;
+        const std::int64_t before = allocations();
         for (const Place& epoch : epochs)
             benchmark::DoNotOptimize(guide(line, pid, epoch));
-        allocated += allocations - before;
+        allocated += allocations() - before;
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(epochs.size()));
     state.counters["allocations"] = static_cast<double>(allocated);

@@ -1,40 +1,11 @@
+#include "tests/support/Allocations.h"
 #include "util/String_base.h"
 #include "util/String_builder_base.h"
 
 #include <benchmark/benchmark.h>
 
-#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
-
-// Every allocation of the program passes here, operator new's and the libraries' too: the C library lets a
-// program replace malloc(), and offers its own under these names.
-namespace {
-std::atomic<std::int64_t> allocations{0};
-} // namespace
-
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* old, std::size_t size);
-
-void* malloc(std::size_t size)
-{
-    ++allocations;
-    return __libc_malloc(size);
-}
-void* calloc(std::size_t count, std::size_t size)
-{
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-void* realloc(void* old, std::size_t size)
-{
-    ++allocations;
-    return __libc_realloc(old, size);
-}
-}
 
 namespace {
 
@@ -128,14 +99,14 @@ void builder_append(benchmark::State& state)
     INPUTS::build(text);
     if (text.text().size() != LENGTH)
         state.SkipWithError("the text has not the length that it should have");
-    const std::int64_t before = allocations;
+    const std::int64_t before = allocations();
     for (auto _ : state) {
         text.clear();
         INPUTS::build(text);
         benchmark::DoNotOptimize(text);
         benchmark::ClobberMemory();
     }
-    if (allocations != before)
+    if (allocations() != before)
         state.SkipWithError("an append allocated");
     state.SetItemsProcessed(state.iterations() * INPUTS::APPENDS);
 }

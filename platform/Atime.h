@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-/// A moment of the monotonic clock, for measuring how long things take: setting the wall clock does not move it.
+/// A moment of the monotonic clock, for measuring how long things take: setting the wall clock does not move
+/// it.
 ///
 /// Moments of one run of the machine compare with one another; Rtime tells the calendar time of one.
 class QUARVEL_PLATFORM_EXPORT Atime {

@@ -18,7 +18,7 @@ struct QUARVEL_PLATFORM_EXPORT Rtime {
     /// The current time when `now`, else the epoch; the clock is read with clock_gettime.
     explicit Rtime(bool now);
 
-    /// When a moment of the monotonic clock is or was, as the wall clock now stands. Before 1970 the seconds are
-    /// negative and the milliseconds count on from them.
+    /// When a moment of the monotonic clock is or was, as the wall clock now stands. Before 1970 the seconds
+    /// are negative and the milliseconds count on from them.
     explicit Rtime(const Atime& moment);
 };

@@ -1,5 +1,7 @@
 #include "util/CP_MD5.h"
 
+#include "tests/support/Guarded_page.h"
+
 #include <QByteArray>
 #include <QCryptographicHash>
 #include <gtest/gtest.h>
@@ -14,9 +16,7 @@
 #include <new>
 #include <random>
 #include <string>
-#include <sys/mman.h>
 #include <type_traits>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -565,31 +565,12 @@ Reading model_read(const char* text)
     return reading;
 }
 
-/// The end of a page behind which nothing can be read.
-class Page_end {
-public:
-    Page_end()
-        : size(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
-          memory(static_cast<char*>(
-              mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
-    {
-        mprotect(memory + size, size, PROT_NONE);
-    }
-    ~Page_end() { munmap(memory, 2 * size); }
-    Page_end(const Page_end&) = delete;
-    Page_end& operator=(const Page_end&) = delete;
-
-    const char* put(const char* text, std::size_t length)
-    {
-        char* const start = memory + size - length;
-        std::memcpy(start, text, length);
-        return start;
-    }
-
-private:
-    std::size_t size;
-    char* memory;
-};
+/// A text that ends with a page behind which nothing can be read.
+const char* at_end_of(const Guarded_page& page, const char* text, std::size_t length)
+{
+    std::memcpy(page.last(length), text, length);
+    return reinterpret_cast<const char*>(page.last(length));
+}
 
 } // namespace
 
@@ -693,14 +674,14 @@ TEST(ReadFromBuf, reads_random_texts_as_sscanf_does)
 
 TEST(ReadFromBuf, reads_nothing_behind_the_terminator)
 {
-    Page_end page;
+    const Guarded_page page;
     for (const std::string piece : {"A", " ", "-", "+", "0x", "\t9", "9\t"}) {
         std::string text;
         while (text.size() < 33)
             text += piece;
         for (std::size_t length = 0; length <= 31; ++length) {
             text[length] = 0;
-            EXPECT_EQ(-1, read(page.put(text.c_str(), length + 1)).length) << piece << ' ' << length;
+            EXPECT_EQ(-1, read(at_end_of(page, text.c_str(), length + 1)).length) << piece << ' ' << length;
             text[length] = piece[length % piece.size()];
         }
     }
@@ -708,7 +689,7 @@ TEST(ReadFromBuf, reads_nothing_behind_the_terminator)
 
 TEST(ReadFromBuf, reads_nothing_behind_32_digits)
 {
-    Page_end page;
+    const Guarded_page page;
     const std::string digits(32, 'c');
-    EXPECT_EQ((Reading{std::string(16, '\xCC'), 32}), read(page.put(digits.data(), 32)));
+    EXPECT_EQ((Reading{std::string(16, '\xCC'), 32}), read(at_end_of(page, digits.data(), 32)));
 }

@@ -1,17 +1,16 @@
 #include "util/String_base.h"
 
 #include "platform/Debug.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/String_model.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -19,15 +18,8 @@
 #include <type_traits>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ALLOCATIONS_ARE_COUNTED 0 // the sanitizers' own malloc() stays
-#else
-#define ALLOCATIONS_ARE_COUNTED 1
-#endif
-
 namespace {
 
-std::atomic<int> allocations{0};
 std::vector<std::pair<std::string, std::string>> printed; // format and text of every debug print
 
 } // namespace
@@ -42,31 +34,6 @@ void Debug::Print::dprint(const char* format, ...)
     va_end(arguments);
     printed.emplace_back(format, text);
 }
-
-#if ALLOCATIONS_ARE_COUNTED
-// Every allocation passes here, operator new's too.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* old, std::size_t size);
-
-QUARVEL_EXPORT void* malloc(std::size_t size)
-{
-    ++allocations;
-    return __libc_malloc(size);
-}
-QUARVEL_EXPORT void* calloc(std::size_t count, std::size_t size)
-{
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-QUARVEL_EXPORT void* realloc(void* old, std::size_t size)
-{
-    ++allocations;
-    return __libc_realloc(old, size);
-}
-}
-#endif
 
 namespace {
 
@@ -552,13 +519,27 @@ TEST(String_base, below_capacity_1_reads_as_empty_and_writes_nothing)
     EXPECT_EQ(3, nowhere.appendf("abc"));
 }
 
+TEST(String_base, formatting_stops_at_a_text_that_the_locale_cannot_encode)
+{
+    Fenced buffer(10);
+    String_base s(buffer.data(), 10, "position");
+    EXPECT_GT(0, s.printf("ab%lsz", L"\u20AC"));
+    EXPECT_STREQ("ab", s.get());
+    EXPECT_GT(0, s.appendf("cd%lsz", L"\u20AC"));
+    EXPECT_STREQ("abcd", s.get());
+    EXPECT_EQ(2, s.appendf("%s", "ef"));
+    EXPECT_STREQ("abcdef", s.get());
+    EXPECT_TRUE(buffer.fences_stand());
+}
+
 TEST(String_base, allocates_nothing)
 {
-#if ALLOCATIONS_ARE_COUNTED
+    if (!ALLOCATIONS_ARE_COUNTED)
+        GTEST_SKIP() << "the sanitizers bring their own malloc()";
     char buffer[32];
     char other_buffer[8];
     char out[8];
-    const int before = allocations;
+    const std::int64_t before = allocations();
     String_base s(buffer, 32, "abc");
     String_base other(other_buffer, 8, s);
     const String_base copy(s);
@@ -573,14 +554,11 @@ TEST(String_base, allocates_nothing)
     s.appendf("%-10d", 5);
     s.get(out, 8);
     s.zero();
-    EXPECT_EQ(before, allocations);
+    EXPECT_EQ(before, allocations());
     const auto counted = std::make_unique<char[]>(10);
     const char* volatile used = counted.get(); // or the compiler would leave it out
     static_cast<void>(used);
-    EXPECT_LT(before, allocations);
-#else
-    GTEST_SKIP() << "the sanitizers bring their own malloc()";
-#endif
+    EXPECT_LT(before, allocations());
 }
 
 namespace {

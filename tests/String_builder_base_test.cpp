@@ -1,52 +1,16 @@
 #include "util/String_builder_base.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/String_model.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <string>
 #include <type_traits>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ALLOCATIONS_ARE_COUNTED 0 // the sanitizers' own malloc() stays
-#else
-#define ALLOCATIONS_ARE_COUNTED 1
-#endif
-
-#if ALLOCATIONS_ARE_COUNTED
-namespace {
-std::atomic<int> allocations{0};
-} // namespace
-
-// Every allocation passes here, operator new's too.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* old, std::size_t size);
-
-QUARVEL_EXPORT void* malloc(std::size_t size)
-{
-    ++allocations;
-    return __libc_malloc(size);
-}
-QUARVEL_EXPORT void* calloc(std::size_t count, std::size_t size)
-{
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-QUARVEL_EXPORT void* realloc(void* old, std::size_t size)
-{
-    ++allocations;
-    return __libc_realloc(old, size);
-}
-}
-#endif
 
 namespace {
 
@@ -361,9 +325,10 @@ TEST(String_builder_base, whose_string_got_a_smaller_buffer_never_writes_behind_
 
 TEST(String_builder_base, allocates_nothing)
 {
-#if ALLOCATIONS_ARE_COUNTED
+    if (!ALLOCATIONS_ARE_COUNTED)
+        GTEST_SKIP() << "the sanitizers bring their own malloc()";
     char buffer[101];
-    const int before = allocations;
+    const std::int64_t before = allocations();
     String_base s(buffer, sizeof buffer);
     String_builder_base builder(s);
     for (int i = 0; i < 30; ++i) {
@@ -373,15 +338,12 @@ TEST(String_builder_base, allocates_nothing)
         builder.appendf("%d", i);
         builder.truncate(1);
     }
-    EXPECT_EQ(before, allocations);
+    EXPECT_EQ(before, allocations());
     EXPECT_EQ(99, cursor(builder)); // it was full
     const auto counted = std::make_unique<char[]>(10);
     const char* volatile used = counted.get(); // or the compiler would leave it out
     static_cast<void>(used);
-    EXPECT_LT(before, allocations);
-#else
-    GTEST_SKIP() << "the sanitizers bring their own malloc()";
-#endif
+    EXPECT_LT(before, allocations());
 }
 
 namespace {

@@ -1,6 +1,7 @@
 #include "util/base64.h"
 
 #include "tests/support/Base64_model.h"
+#include "tests/support/Guarded_page.h"
 
 #include <QByteArray>
 #include <gtest/gtest.h>
@@ -11,9 +12,7 @@
 #include <dlfcn.h>
 #include <random>
 #include <string>
-#include <sys/mman.h>
 #include <type_traits>
-#include <unistd.h>
 
 namespace {
 
@@ -153,36 +152,14 @@ std::string random_text(std::mt19937& random)
     return broken;
 }
 
-/// A page of memory between two that must not be touched.
-class Guarded_page {
-public:
-    Guarded_page()
-        : size(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
-          memory(static_cast<unsigned char*>(
-              mmap(nullptr, 3 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
-    {
-        mprotect(memory + size, size, PROT_READ | PROT_WRITE);
-    }
-    ~Guarded_page() { munmap(memory, 3 * size); }
-    Guarded_page(const Guarded_page&) = delete;
-    Guarded_page& operator=(const Guarded_page&) = delete;
-
-    unsigned char* first() { return memory + size; }
-    unsigned char* last(std::size_t count) { return memory + 2 * size - count; }
-
-private:
-    std::size_t size;
-    unsigned char* memory;
-};
-
 /// Calls with both buffers at the start and at the end of a page, the destination just large enough.
 void expect_within_bounds(Function* function, const std::string& from, int room, const std::string& to)
 {
     static Guarded_page source, destination;
     for (const bool at_end : {false, true}) {
-        unsigned char* const src = at_end ? source.last(from.size()) : source.first();
+        unsigned char* const src = at_end ? source.last(from.size()) : source.begin();
         unsigned char* const dst =
-            at_end ? destination.last(static_cast<std::size_t>(room)) : destination.first();
+            at_end ? destination.last(static_cast<std::size_t>(room)) : destination.begin();
         std::copy(from.begin(), from.end(), src);
         int length = room;
         ASSERT_EQ(0, function(dst, &length, src, static_cast<int>(from.size())));
@@ -505,6 +482,25 @@ TEST(base64, decodes_what_it_encodes)
         EXPECT_EQ(bytes, call(base64_decode, text, ROOM).written()) << size;
         EXPECT_EQ(bytes, QByteArray::fromBase64(QByteArray::fromStdString(text)).toStdString()) << size;
     }
+}
+
+TEST(base64, prints_nothing_whatever_it_is_given)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    for (const char* const text : {"Zm9vYmFy", "Zg==", "Z", "Z===", "Zm9\rv", "\xFF\xFF\xFF\xFF", ""}) {
+        unsigned char out[16];
+        for (const int room : {0, 1, 16}) {
+            const auto* const from = reinterpret_cast<const unsigned char*>(text);
+            const int size = static_cast<int>(std::strlen(text));
+            int length = room;
+            base64_decode(out, &length, from, size);
+            length = room;
+            base64_encode(out, &length, from, size);
+        }
+    }
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
 TEST(base64_self_test, passes_and_says_nothing_unasked)

@@ -1,11 +1,10 @@
 #include "util/crc.h"
 
+#include "tests/support/Guarded_page.h"
 #include "tests/support/Table.h"
 #include "util/crc_private.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -121,33 +120,6 @@ std::vector<std::uint32_t> modelled(const Model& model, std::uint32_t start, con
         sums.push_back(model.add_byte(sums.back(), data[i]));
     return sums;
 }
-
-/// One page that can be read, between two that cannot.
-class Fenced_page {
-public:
-    Fenced_page() : size(static_cast<std::size_t>(sysconf(_SC_PAGESIZE)))
-    {
-        pages = mmap(nullptr, 3 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (pages != MAP_FAILED)
-            readable = mprotect(begin(), size, PROT_READ | PROT_WRITE) == 0;
-    }
-    ~Fenced_page()
-    {
-        if (pages != MAP_FAILED)
-            munmap(pages, 3 * size);
-    }
-    Fenced_page(const Fenced_page&) = delete;
-    Fenced_page& operator=(const Fenced_page&) = delete;
-
-    bool ok() const { return readable; }
-    unsigned char* begin() const { return static_cast<unsigned char*>(pages) + size; }
-    unsigned char* end() const { return begin() + size; }
-
-private:
-    std::size_t size;
-    void* pages;
-    bool readable = false;
-};
 
 Bytes recording(const std::string& path)
 {
@@ -299,8 +271,7 @@ TEST(crc, a_message_may_be_cut_anywhere)
 
 TEST(crc, reads_no_byte_before_or_behind_the_message)
 {
-    const Fenced_page page;
-    ASSERT_TRUE(page.ok());
+    const Guarded_page page;
     std::fill(page.begin(), page.end(), static_cast<unsigned char>(0xA5));
     for (const Ways& check : ALL_CHECKS)
         for (unsigned length = 0; length <= 700; ++length) {

@@ -42,11 +42,12 @@ public:
     /// @param out    room for what is written: from `index` on (bit + count * width) / 8 bytes, rounded up,
     ///               and at least one when there are values. It may overlap the array: each value is then
     ///               read as the packing so far has left it.
-    /// @param width  bits of a value, 0 to 16, a negative one counting as 0; a value's higher bits are dropped. With 0 the byte at `index`
-    ///               is set to 0 when packing starts at its bit 0, and nothing else is written. More than 16
-    ///               are not refused: a value's 16 low bits are then led by zeros, and it fills the rest of
-    ///               the byte that it starts in, one byte more and the bits that are left over (width modulo
-    ///               8), so that its last whole byte is lost when it would need it.
+    /// @param width  bits of a value, 0 to 16, a negative one counting as 0; a value's higher bits are
+    ///               dropped. With 0 the byte at `index` is set to 0 when packing starts at its bit 0, and
+    ///               nothing else is written. More than 16 are not refused: a value's 16 low bits are then
+    ///               led by zeros, and it fills the rest of the byte that it starts in, one byte more and
+    ///               the bits that are left over (width modulo 8), so that its last whole byte is lost when
+    ///               it would need it.
     /// @param index  of the byte to start in
     /// @param bit    how many bits of that byte are in use, 0 to 7 (not checked)
     /// @return the index of the first byte not touched (with width 0 `index` itself, also when that byte was

@@ -83,20 +83,25 @@ struct Tail {
     std::size_t room;
 };
 
-/// As snprintf() does, also in what it answers.
-int print_numbers(const Tail& tail, const Version& v)
+/// Appends as snprintf() does.
+void print_numbers(const Tail& tail, const Version& v)
 {
+    // What does not fit is cut, so nobody asks how long it would have been.
     switch (shape_of(v)) {
     case BUILD_ONLY:
-        return std::snprintf(tail.end, tail.room, " b%d", v.build);
+        static_cast<void>(std::snprintf(tail.end, tail.room, " b%d", v.build));
+        break;
     case PATCH_ONLY:
-        return std::snprintf(tail.end, tail.room, " p%d", v.patch);
+        static_cast<void>(std::snprintf(tail.end, tail.room, " p%d", v.patch));
+        break;
     case PATCH_AND_BUILD:
-        return std::snprintf(tail.end, tail.room, " p%d b%d", v.patch, v.build);
+        static_cast<void>(std::snprintf(tail.end, tail.room, " p%d b%d", v.patch, v.build));
+        break;
     case REVISION:
-        return std::snprintf(tail.end, tail.room, " Rev. %d", v.revision);
+        static_cast<void>(std::snprintf(tail.end, tail.room, " Rev. %d", v.revision));
+        break;
     default:
-        return 0;
+        break;
     }
 }
 
@@ -244,17 +249,13 @@ char* Util::Version::to_string(char* buf, unsigned size) const
         return nullptr;
     if (size == 0)
         return buf;
-    char& last = buf[size - 1];
-    // What does not fit is cut, so nobody asks how long it would have been.
     static_cast<void>(std::snprintf(buf, size, "%d.%d", major, minor));
-    last = 0;
-    static_cast<void>(print_numbers(Tail(buf, size), *this));
-    last = 0;
+    buf[size - 1] = 0; // also behind a shorter text
+    print_numbers(Tail(buf, size), *this);
     if (test) {
         const Tail tail(buf, size);
         static_cast<void>(std::snprintf(tail.end, tail.room, " Test"));
     }
-    last = 0;
     return buf;
 }
 
