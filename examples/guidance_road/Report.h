@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Guidance.h"
+#include "examples/common/Guidance.h"
 
 #include <QByteArray>
 #include <QString>

@@ -1,12 +1,12 @@
 // The guidance cycle, from a receiver's position to a steering angle, on a simulated vehicle or a recorded
-// drive. Read this file first, then Guidance.cpp.
+// drive. Read this file first, then ../common/Guidance.cpp.
 
-#include "Guidance.h"
 #include "Picture.h"
-#include "Recording.h"
 #include "Report.h"
-#include "Straight.h"
-#include "Vehicle.h"
+#include "examples/common/Guidance.h"
+#include "examples/common/Recording.h"
+#include "examples/common/Straight.h"
+#include "examples/common/Vehicle.h"
 
 #include "util/log/Log_item.h"
 #include "util/log/Log_item_sender.h"

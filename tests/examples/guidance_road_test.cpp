@@ -1,7 +1,7 @@
-#include "examples/guidance_road/Guidance.h"
-#include "examples/guidance_road/Recording.h"
-#include "examples/guidance_road/Straight.h"
-#include "examples/guidance_road/Vehicle.h"
+#include "examples/common/Guidance.h"
+#include "examples/common/Recording.h"
+#include "examples/common/Straight.h"
+#include "examples/common/Vehicle.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "Vehicle.h"
+#include "examples/common/Vehicle.h"
 
 #include <algorithm>
 #include <cmath>

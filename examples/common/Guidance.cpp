@@ -1,4 +1,4 @@
-#include "Guidance.h"
+#include "examples/common/Guidance.h"
 
 #include "util/log/Log_item.h"
 #include "util/log/Log_item_sender.h"

@@ -1,9 +1,9 @@
-#include "Recording.h"
+#include "examples/common/Recording.h"
+
+#include "examples/common/Nmea.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QGeoPositionInfo>
-#include <QNmeaPositionInfoSource>
 #include <QTime>
 
 #include <algorithm>
@@ -11,8 +11,6 @@
 #include <stdexcept>
 
 namespace {
-
-constexpr double DAY_S = 86400.0;
 
 [[noreturn]] void fail(const QString& path, const QString& what)
 {
@@ -45,91 +43,6 @@ bool is_binary(const QByteArray& content)
     return odd * 10 > content.size();
 }
 
-/// Puts fixes, which know the time of day only, in a row.
-class Epochs {
-public:
-    explicit Epochs(Recording& target) : recording(target) {}
-
-    void add(const QTime& time_of_day, const PointLLH& position, Quality quality)
-    {
-        double time_s = day_s + time_of_day.msecsSinceStartOfDay() / 1000.0;
-        if (recording.fixes.empty())
-            start_s = last_s = time_s;
-        else if (time_s < last_s - DAY_S / 2) { // midnight
-            day_s += DAY_S;
-            time_s += DAY_S;
-        }
-        if (!recording.fixes.empty() && time_s <= last_s) {
-            ++recording.repeated;
-            return;
-        }
-        last_s = time_s;
-        recording.fixes.push_back({time_s - start_s, position, quality});
-    }
-
-private:
-    Recording& recording;
-    double day_s = 0.0;
-    double start_s = 0.0;
-    double last_s = 0.0;
-};
-
-/// Qt's parser for one sentence; its timers and its device stay unused.
-class Parser : public QNmeaPositionInfoSource {
-public:
-    Parser() : QNmeaPositionInfoSource(SimulationMode) {}
-
-    bool parse(const QByteArray& sentence, QGeoPositionInfo& info, bool& has_fix)
-    {
-        return parsePosInfoFromNmeaData(sentence.constData(), sentence.size(), &info, &has_fix);
-    }
-};
-
-/// The sentence in a line, from '$' on: loggers put times before it. Empty when there is none.
-QByteArray sentence_in(const QByteArray& line)
-{
-    const int start = line.lastIndexOf('$');
-    return start < 0 || line.startsWith('#') ? QByteArray() : line.mid(start).trimmed();
-}
-
-/// Whether a sentence ends in '*' and two hexadecimal digits.
-bool is_whole(const QByteArray& sentence)
-{
-    bool is_number = false;
-    sentence.right(2).toUInt(&is_number, 16);
-    return is_number && sentence.size() > 3 && sentence.at(sentence.size() - 3) == '*';
-}
-
-bool checksum_right(const QByteArray& sentence)
-{
-    if (!is_whole(sentence))
-        return false;
-    unsigned sum = 0;
-    for (int i = 1; i < sentence.size() - 3; ++i)
-        sum ^= static_cast<unsigned char>(sentence.at(i));
-    return sum == sentence.right(2).toUInt(nullptr, 16);
-}
-
-/// "GGA" of "$GPGGA,...", whoever talks.
-QByteArray kind(const QByteArray& sentence)
-{
-    return sentence.mid(3, 3);
-}
-
-Quality gga_quality(int number)
-{
-    switch (number) {
-    case 2:
-        return Quality::differential;
-    case 4:
-        return Quality::rtk_fixed;
-    case 5:
-        return Quality::rtk_float;
-    default:
-        return Quality::plain;
-    }
-}
-
 Quality pos_quality(int number)
 {
     switch (number) {
@@ -148,27 +61,16 @@ Quality pos_quality(int number)
 Recording read_positions(const std::vector<QByteArray>& sentences)
 {
     Recording recording;
-    Epochs epochs(recording);
-    Parser parser;
+    Epochs epochs;
+    Nmea_parser parser;
     for (const QByteArray& sentence : sentences) {
-        QGeoPositionInfo info;
-        bool has_fix = false;
-        const bool parsed = parser.parse(sentence, info, has_fix);
-        const QGeoCoordinate place = info.coordinate();
-        if (!parsed || !has_fix || !place.isValid() || !info.timestamp().time().isValid()) {
+        const std::optional<Nmea_position> position = parser.position(sentence);
+        if (!position)
             ++recording.without_fix;
-            continue;
-        }
-        PointLLH position(place.latitude() * RADIANS_PER_DEGREE, place.longitude() * RADIANS_PER_DEGREE, 0.0);
-        Quality quality = Quality::plain;
-        if (kind(sentence) == "GGA") {
-            // GGA's height is above the geoid and the field after next tells the geoid's own. A receiver that
-            // leaves it empty is some 30 m wrong here, which is 5 millionths of any distance.
-            const QList<QByteArray> fields = sentence.split(',');
-            quality = gga_quality(fields.value(6).toInt());
-            position.height = fields.value(9).toDouble() + fields.value(11).toDouble();
-        }
-        epochs.add(info.timestamp().time(), position, quality);
+        else if (const auto fix = epochs.next(position->time_of_day, position->place, position->quality))
+            recording.fixes.push_back(*fix);
+        else
+            ++recording.repeated;
     }
     return recording;
 }
@@ -182,22 +84,22 @@ Recording read_nmea(const QString& path, const QByteArray& content)
         if (line.trimmed().isEmpty())
             continue;
         last_line = line;
-        const QByteArray sentence = sentence_in(line);
-        if (checksum_right(sentence))
+        const QByteArray sentence = nmea_sentence_in(line);
+        if (nmea_checksum_right(sentence))
             sentences.push_back(sentence);
         else if (!sentence.isEmpty())
             ++damaged;
     }
     // A whole checksum proves that only the line's end is missing.
-    const QByteArray last = sentence_in(last_line);
-    if (last.isEmpty() ? !sentences.empty() && !content.endsWith('\n') : !is_whole(last))
+    const QByteArray last = nmea_sentence_in(last_line);
+    if (last.isEmpty() ? !sentences.empty() && !content.endsWith('\n') : !nmea_is_whole(last))
         fail(path, "is cut off within its last line: copy the recording again, whole, or delete that line.");
 
-    const auto is_gga = [](const QByteArray& sentence) { return kind(sentence) == "GGA"; };
+    const auto is_gga = [](const QByteArray& sentence) { return nmea_kind(sentence) == "GGA"; };
     const QByteArray wanted = std::any_of(sentences.begin(), sentences.end(), is_gga) ? "GGA" : "RMC";
     sentences.erase(
         std::remove_if(sentences.begin(), sentences.end(),
-                       [&wanted](const QByteArray& sentence) { return kind(sentence) != wanted; }),
+                       [&wanted](const QByteArray& sentence) { return nmea_kind(sentence) != wanted; }),
         sentences.end());
     Recording recording = read_positions(sentences);
     recording.damaged = damaged;
@@ -210,7 +112,7 @@ Recording read_pos(const QString& path, const QByteArray& content)
     if (!content.endsWith('\n'))
         fail(path, "is cut off within its last line: copy the recording again, whole, or delete that line.");
     Recording recording;
-    Epochs epochs(recording);
+    Epochs epochs;
     for (const QByteArray& line : content.split('\n')) {
         if (line.startsWith('%') || line.trimmed().isEmpty())
             continue;
@@ -221,13 +123,19 @@ Recording read_pos(const QString& path, const QByteArray& content)
         for (std::size_t i = 0; i < numbers.size() && all_numbers; ++i)
             numbers[i] = cells.value(static_cast<int>(i) + 2).toDouble(&all_numbers);
         const auto quality = static_cast<int>(numbers[3]);
-        if (!all_numbers)
+        if (!all_numbers) {
             ++recording.damaged;
-        else if (quality <= 0 || std::fabs(numbers[0]) > 90.0 || std::fabs(numbers[1]) > 180.0)
+            continue;
+        }
+        if (quality <= 0 || std::fabs(numbers[0]) > 90.0 || std::fabs(numbers[1]) > 180.0) {
             ++recording.without_fix;
+            continue;
+        }
+        const PointLLH place(numbers[0] * RADIANS_PER_DEGREE, numbers[1] * RADIANS_PER_DEGREE, numbers[2]);
+        if (const auto fix = epochs.next(time, place, pos_quality(quality)))
+            recording.fixes.push_back(*fix);
         else
-            epochs.add(time, {numbers[0] * RADIANS_PER_DEGREE, numbers[1] * RADIANS_PER_DEGREE, numbers[2]},
-                       pos_quality(quality));
+            ++recording.repeated;
     }
     return recording;
 }

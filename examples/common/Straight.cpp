@@ -1,6 +1,6 @@
-#include "Straight.h"
+#include "examples/common/Straight.h"
 
-#include "Guidance.h"
+#include "examples/common/Guidance.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Fix.h"
+#include "examples/common/Fix.h"
 
 #include <QString>
 
