@@ -3,8 +3,8 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS quarvelutil quarvelplatform EXPORT quarvelutil
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(folder util platform)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quarvelutil
+foreach(folder ${PROJECT_SOURCE_DIR}/util ${QUARVEL_PLATFORM_ROOT}/platform)
+  install(DIRECTORY ${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quarvelutil
           FILES_MATCHING PATTERN "*.h" PATTERN "*_private.h" EXCLUDE)
 endforeach()
 
@@ -21,3 +21,8 @@ install(FILES ${PROJECT_BINARY_DIR}/quarvelutilConfig.cmake
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/quarvelutil.pc.in ${PROJECT_BINARY_DIR}/quarvelutil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quarvelutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# gdb finds these by the path of the library that they are for.
+install(FILES ${PROJECT_SOURCE_DIR}/gdb/quarvelutil.py
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${CMAKE_INSTALL_FULL_LIBDIR}
+        RENAME libquarvelutil.so.${PROJECT_VERSION}-gdb.py)

@@ -8,6 +8,7 @@ target_compile_options(quarvel_warnings INTERFACE
   -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wextra-semi)
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   get_target_property(options quarvel_warnings INTERFACE_COMPILE_OPTIONS)
-  list(REMOVE_ITEM options -Wuseless-cast -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
+  # Clang lacks these, or, of -Wdouble-promotion, also means double to long double, which loses nothing.
+  list(REMOVE_ITEM options -Wdouble-promotion -Wuseless-cast -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
   set_target_properties(quarvel_warnings PROPERTIES INTERFACE_COMPILE_OPTIONS "${options}")
 endif()

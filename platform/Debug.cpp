@@ -7,7 +7,7 @@
 
 namespace {
 
-void write(const char* format, std::va_list arguments)
+__attribute__((format(printf, 1, 0))) void write(const char* format, std::va_list arguments)
 {
     // Locked for the whole text: the C library writes a long one to an unbuffered stream in pieces. A
     // diagnostic that cannot be written has nowhere else to go.

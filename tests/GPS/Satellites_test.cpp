@@ -1,5 +1,7 @@
 #include "util/GPS/Satellites.h"
 
+#include "tests/support/Function_text.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -189,9 +191,8 @@ TEST(Satellites_list_DeathTest, get_sat_beyond_the_end_names_condition_line_and_
 TEST(Satellites_list_DeathTest, get_sat_compares_signed_so_a_huge_index_fails_one_step_later)
 {
     EXPECT_DEATH(Satellites::GPS_SATS.get_sat(0x80000000U),
-                 testing::HasSubstr("util/Sorted_lookup.h:96: const T& Sorted_lookup_base<COMPARE, T>::"
-                                    "operator[](unsigned int) const [with COMPARE = "
-                                    "Sorted_lookup_compare<int>; T = int]: Assertion `i < size' failed."));
+                 testing::HasSubstr(std::string("util/Sorted_lookup.h:96: ") + SORTED_LOOKUP_INDEX +
+                                    ": Assertion `i < size' failed."));
 }
 
 TEST(Satellites_list_DeathTest, a_range_needs_two_ends)
