@@ -80,7 +80,7 @@ class Signature:
         self.value = value
 
     def to_string(self):
-        return "".join("%02x" % int(self.value["bytes"][i]) for i in range(16))
+        return "".join("%02X" % int(self.value["bytes"][i]) for i in range(16))
 
 
 class Bounded_string:
