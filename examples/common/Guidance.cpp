@@ -12,18 +12,15 @@ namespace {
 
 using Priority = Util::Log_item_priority;
 
-// The gains follow from how a vehicle of wheelbase L turns at speed v: a steering angle s moves it across the
-// line with the acceleration s * v * v / L (small angles, radians). Steering by -(kp * x + kd * dx/dt) makes
-// this a damped oscillator with w * w = kp * v * v / L and 2 * w = kd * v * v / L when critically damped.
-// For L = 2.8 m, v = 3 m/s and w = 1 rad/s, which leaves 5 % of an offset after some 5 s:
-constexpr double KP_DEG = 17.8; // degrees a metre
-constexpr double KD_DEG = 35.7; // degrees a metre a second
-
+// The gains as built follow from how a vehicle of wheelbase L turns at speed v: a steering angle s moves it
+// across the line with the acceleration s * v * v / L (small angles, radians). Steering by
+// -(kp * x + kd * dx/dt) makes this a damped oscillator with w * w = kp * v * v / L and 2 * w = kd * v * v / L
+// when critically damped. For L = 2.8 m, v = 3 m/s and w = 1 rad/s, which leaves 5 % of an offset after some
+// 5 s, that is 17.8 degrees a metre and 35.7 degrees a metre a second.
+//
 // The integral takes out what holds the vehicle off the line for good, such as a wheel sensor that is not
 // centred: slowly, within some kp / ki = 9 s, and no more than can be wrong with a sensor.
-constexpr double KI_DEG = 2.0; // degrees a metre and second of time; the controller wants it a step
-constexpr double MAX_INTEGRAL_DEG = 5.0;
-
+//
 // Farther out the integral would only wind up on the way in, and carry the vehicle across the line.
 constexpr double INTEGRATE_WITHIN = 0.3; // metres
 
@@ -39,17 +36,11 @@ constexpr double REST_S = 2.0;
 constexpr double ON_LINE = 0.10;  // metres
 constexpr double OFF_LINE = 0.30; // wider than ON_LINE, so that noise does not make an event
 
-const char* name(Quality quality)
+PID make_pid(const Gains& gains, double interval_s, FILE* trace)
 {
-    constexpr std::array<const char*, 4> NAMES = {"plain", "differential", "RTK float", "RTK fixed"};
-    return NAMES.at(static_cast<std::size_t>(quality));
-}
-
-PID make_pid(double interval_s, FILE* trace)
-{
-    PID pid(static_cast<float>(KP_DEG), static_cast<float>(KI_DEG * interval_s), static_cast<float>(KD_DEG),
-            static_cast<float>(MAX_INTEGRAL_DEG), static_cast<float>(-Guidance::MAX_STEERING_DEG),
-            static_cast<float>(Guidance::MAX_STEERING_DEG));
+    PID pid(static_cast<float>(gains.kp_deg), static_cast<float>(gains.ki_deg * interval_s),
+            static_cast<float>(gains.kd_deg), static_cast<float>(gains.max_integral_deg),
+            static_cast<float>(-gains.max_steering_deg), static_cast<float>(gains.max_steering_deg));
     pid.set_logger(trace, "xtrack");
     return pid;
 }
@@ -57,7 +48,7 @@ PID make_pid(double interval_s, FILE* trace)
 } // namespace
 
 Guidance::Guidance(const PointLLH& a, const PointLLH& b, double fix_interval_s, FILE* trace)
-    : line(a, b), pid(make_pid(fix_interval_s, trace)), interval_s(fix_interval_s),
+    : line(a, b), pid(make_pid(tuning, fix_interval_s, trace)), interval_s(fix_interval_s),
       last_heading_deg(line.ab_heading()),
       receiver_log("receiver", "fix", 0, Util::Log_item_source::Target_type::none),
       line_log("guidance", "line", 0, Util::Log_item_source::Target_type::none),
@@ -81,7 +72,7 @@ Epoch Guidance::step(const Fix& fix)
     line.convPointLLH2Local(fix.position, epoch.local.first, epoch.local.second);
 
     // 2. Where that is, seen from the line.
-    epoch.xtrack = line.ab_xtrack(epoch.local);
+    epoch.xtrack = line.ab_xtrack(epoch.local) - offset;
     epoch.atrack = line.ab_atrack(epoch.local);
     epoch.judged_xtrack = epoch.xtrack;
     observe_motion(epoch);
@@ -91,6 +82,39 @@ Epoch Guidance::step(const Fix& fix)
     epoch.steering_deg = steer(epoch);
     log_steering(epoch);
     return epoch;
+}
+
+void Guidance::set_line(const PointLLH& a, const PointLLH& b)
+{
+    line = Mini_PP(a, b);
+    trail.clear(); // its places are measured from the old A
+    on_line = false;
+    pid.reset();
+}
+
+void Guidance::set_gains(const Gains& changed)
+{
+    const bool only_kp = changed.ki_deg == tuning.ki_deg && changed.kd_deg == tuning.kd_deg &&
+                         changed.max_integral_deg == tuning.max_integral_deg &&
+                         changed.max_steering_deg == tuning.max_steering_deg;
+    tuning = changed;
+    if (only_kp)
+        pid.set_kp(static_cast<float>(tuning.kp_deg));
+    else
+        init_controller();
+}
+
+void Guidance::set_interval_s(double fix_interval_s)
+{
+    interval_s = fix_interval_s;
+    init_controller();
+}
+
+void Guidance::init_controller()
+{
+    pid.init(static_cast<float>(tuning.kp_deg), static_cast<float>(tuning.ki_deg * interval_s),
+             static_cast<float>(tuning.kd_deg), static_cast<float>(tuning.max_integral_deg),
+             static_cast<float>(-tuning.max_steering_deg), static_cast<float>(tuning.max_steering_deg));
 }
 
 /// Heading and speed over the ground, from the positions of the latest metre.
@@ -119,7 +143,9 @@ double Guidance::steer(const Epoch& epoch)
 
     // The target is the line itself when it is near, else a parallel to it on the way there. At rest it is
     // where the vehicle stands: wheels are not turned on the spot.
-    const double reach = epoch.speed * std::sin(APPROACH_DEG * RADIANS_PER_DEGREE) * KD_DEG / KP_DEG;
+    const double reach = tuning.kp_deg > 0.0 ? epoch.speed * std::sin(APPROACH_DEG * RADIANS_PER_DEGREE) *
+                                                   tuning.kd_deg / tuning.kp_deg
+                                             : 0.0;
     const double target = epoch.xtrack - std::clamp(epoch.xtrack, -reach, reach);
 
     if (std::fabs(epoch.xtrack) > INTEGRATE_WITHIN)
@@ -161,7 +187,7 @@ void Guidance::log_line(const Epoch& epoch)
 
 void Guidance::log_steering(const Epoch& epoch)
 {
-    const bool now_at_limit = std::fabs(epoch.steering_deg) >= MAX_STEERING_DEG;
+    const bool now_at_limit = std::fabs(epoch.steering_deg) >= tuning.max_steering_deg;
     if (now_at_limit == at_limit)
         return;
     at_limit = now_at_limit;
@@ -169,6 +195,21 @@ void Guidance::log_steering(const Epoch& epoch)
            text("%.2f s: %s, %+.1f degrees", epoch.fix.time_s, at_limit ? "at its limit" : "free again",
                 epoch.steering_deg),
            __LINE__);
+}
+
+std::string telemetry_line(const Epoch& epoch)
+{
+    return text(
+        "t=%.2f lat=%.9f lon=%.9f h=%.3f xtrack=%+.3f atrack=%.2f heading=%.1f speed=%.2f steering=%+.1f\n",
+        epoch.fix.time_s, epoch.fix.position.lat / RADIANS_PER_DEGREE,
+        epoch.fix.position.lon / RADIANS_PER_DEGREE, epoch.fix.position.height, epoch.xtrack, epoch.atrack,
+        epoch.heading_deg, epoch.speed, epoch.steering_deg);
+}
+
+const char* name(Quality quality)
+{
+    constexpr std::array<const char*, 4> NAMES = {"plain", "differential", "RTK float", "RTK fixed"};
+    return NAMES.at(static_cast<std::size_t>(quality));
 }
 
 void submit(const Util::Log_item_source& source, Priority priority, const std::string& message, int code_line)

@@ -30,6 +30,15 @@ struct Epoch {
     bool counted = false; ///< whether it lies in the window that the figures are taken over
 };
 
+/// The controller's settings; as built, they suit the simulated vehicle (see Guidance.cpp).
+struct Gains {
+    double kp_deg = 17.8;          ///< degrees a metre
+    double ki_deg = 2.0;           ///< degrees a metre and second of time
+    double kd_deg = 35.7;          ///< degrees a metre a second
+    double max_integral_deg = 5.0; ///< what the integral may come to, either way
+    double max_steering_deg = 35.0;
+};
+
 /// The cycle: receiver position in, steering angle out, events to the log. For one thread.
 class Guidance {
 public:
@@ -44,7 +53,27 @@ public:
 
     Epoch step(const Fix& fix);
 
+    /// From the next step on along another line; the steering's integral is cleared.
+    void set_line(const PointLLH& a, const PointLLH& b);
+
+    /// From the next step on along a parallel, so many metres to the right of the line.
+    void set_offset(double metres) { offset = metres; }
+
+    /// From the next step on; the integral is cleared, unless kp alone is another.
+    void set_gains(const Gains& changed);
+    const Gains& gains() const { return tuning; }
+
+    /// The time from fix to fix, where it is known only while they come; the integral is cleared.
+    void set_interval_s(double fix_interval_s);
+
+    /// Where the controller's trace goes from now on, or null.
+    void set_trace(FILE* trace) { pid.set_logger(trace, "xtrack"); }
+
+    /// Clears the steering's integral.
+    void reset() { pid.reset(); }
+
 private:
+    void init_controller();
     void observe_motion(Epoch& epoch);
     double steer(const Epoch& epoch);
     void log_receiver(const Fix& fix);
@@ -57,8 +86,10 @@ private:
     };
 
     Mini_PP line;
+    Gains tuning;
     PID pid;
     double interval_s;
+    double offset = 0.0;     ///< of what is followed, to the right of the line, metres
     std::deque<Place> trail; ///< the latest metre of the way, oldest first
     double last_heading_deg;
     Fix last_fix;
@@ -71,6 +102,12 @@ private:
     Util::Log_item_source line_log;
     Util::Log_item_source steering_log;
 };
+
+/// An epoch as a line of text for people and programs: words of the form name=value, and a line end.
+std::string telemetry_line(const Epoch& epoch);
+
+/// "RTK fixed" and the like.
+const char* name(Quality quality);
 
 /// Submits one item through its source.
 void submit(const Util::Log_item_source& source, Util::Log_item_priority priority, const std::string& message,
