@@ -2,14 +2,16 @@
 
 #include <cmath>
 
+/// Plane geometry of guidance. Plain values: nothing fails, and what is not a number comes out again.
 namespace Math2D {
 
-/// A point of the plane; here `first` is north and `second` is east, in metres.
+/// A point of the plane.
 struct Point {
-    double first = 0.0;
-    double second = 0.0;
+    double first = 0.0;  ///< north, metres
+    double second = 0.0; ///< east, metres
 
     Point() = default;
+    /// North, then east.
     Point(double first_coordinate, double second_coordinate)
         : first(first_coordinate), second(second_coordinate)
     {
@@ -28,8 +30,8 @@ struct Point {
 ///
 /// A line whose ends coincide has no direction: it answers a heading of 0 and distances of 0.
 struct Line {
-    Point start;
-    Point finish;
+    Point start;  ///< where distances along begin
+    Point finish; ///< with `start` gives the direction, and no end to the line
 
     /// The direction of start to finish, atan2(first, second): 0 along `second`, a quarter turn along `first`.
     ///

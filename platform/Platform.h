@@ -14,11 +14,11 @@ public:
     ///
     /// The environment variable QUARVEL_BASE_DIR when it is set and not empty, else "quarvelutil/" in the
     /// data home of the XDG Base Directory Specification: $XDG_DATA_HOME, else $HOME/.local/share. Read once,
-    /// when the object is made; without any of them it is the working folder, "./".
+    /// when the object is made; without any of them it is the working folder, "./". Any thread.
     const std::string& base_directory() const;
 
-    Platform(const Platform&) = delete;
-    Platform& operator=(const Platform&) = delete;
+    Platform(const Platform&) = delete;            ///< there is one
+    Platform& operator=(const Platform&) = delete; ///< there is one
 
 private:
     Platform();

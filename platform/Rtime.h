@@ -7,9 +7,10 @@
 
 /// Calendar time: seconds since 1970-01-01 00:00 UTC, without leap seconds, and a millisecond part.
 ///
-/// The seconds have 64 bits on every machine, so 32-bit consoles pass the year 2038.
+/// The seconds have 64 bits on every machine, so 32-bit consoles pass the year 2038. A plain value; any
+/// thread may read the clock.
 struct QUARVEL_PLATFORM_EXPORT Rtime {
-    std::int64_t seconds = 0;
+    std::int64_t seconds = 0;       ///< negative before 1970
     std::uint16_t milliseconds = 0; ///< 0 to 999
 
     /// The epoch itself.

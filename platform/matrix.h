@@ -2,14 +2,21 @@
 
 #include <cmath>
 
-/// Three doubles: a vector or a point in space.
+/// @file
+/// Vectors and matrices of three dimensions, as far as the converters need them. Plain values; no index is
+/// checked.
+
+/// Three doubles: a vector or a point in space, zero when default-built.
 class SVec {
 public:
     SVec() = default;
+    /// Elements 0, 1 and 2.
     SVec(double first, double second, double third) : elements{first, second, third} {}
 
-    double operator[](unsigned i) const { return elements[i]; }
+    double operator[](unsigned i) const { return elements[i]; } ///< i from 0 to 2 (not checked)
 
+    /// Element by element.
+    /// @{
     SVec operator+(const SVec& other) const
     {
         return {elements[0] + other[0], elements[1] + other[1], elements[2] + other[2]};
@@ -18,6 +25,7 @@ public:
     {
         return {elements[0] - other[0], elements[1] - other[1], elements[2] - other[2]};
     }
+    /// @}
 
 private:
     double elements[3] = {0.0, 0.0, 0.0};
@@ -33,11 +41,13 @@ inline double norm(const SVec& v)
 class SMat {
 public:
     SMat() = default;
+    /// Made of its rows, top down.
     SMat(const SVec& row0, const SVec& row1, const SVec& row2) : rows{row0, row1, row2} {}
 
     /// Element at row `i`, column `j`, each 0 to 2 (not checked).
     double operator()(unsigned i, unsigned j) const { return rows[i][j]; }
 
+    /// The product with a column.
     SVec operator*(const SVec& v) const { return {dot(rows[0], v), dot(rows[1], v), dot(rows[2], v)}; }
 
 private:
@@ -46,6 +56,7 @@ private:
     SVec rows[3];
 };
 
+/// Rows for columns; of a rotation, its inverse.
 inline SMat transpose(const SMat& m)
 {
     return {{m(0, 0), m(1, 0), m(2, 0)}, {m(0, 1), m(1, 1), m(2, 1)}, {m(0, 2), m(1, 2), m(2, 2)}};
@@ -54,6 +65,7 @@ inline SMat transpose(const SMat& m)
 /// The transpose of a matrix, as a copy that multiplies like one.
 class STranspose : public SMat {
 public:
+    /// Later changes of `m` do not show.
     explicit STranspose(const SMat& m) : SMat(transpose(m)) {}
 };
 

@@ -11,9 +11,10 @@ public:
     virtual unsigned GetValue(int i) = 0;
 
 protected:
+    /// @param new_count  how many values the derived class has; 0 is fine
     explicit Simple_data_array(unsigned new_count) : count(new_count) {}
 
-    unsigned count;
+    unsigned count; ///< of values: what BytePack() asks for
 };
 
 /// Packs values of one width into a buffer, most significant bit first, from any bit of a byte on.
@@ -55,5 +56,5 @@ public:
     int BytePack(unsigned char* out, int width, int index, int bit);
 
 protected:
-    unsigned char* array;
+    unsigned char* array; ///< the caller's, as the constructor got it
 };

@@ -23,7 +23,7 @@ public:
     /// 16 zero bytes.
     TSignature();
 
-    bool operator==(const TSignature& other) const;
+    bool operator==(const TSignature& other) const; ///< all 16 bytes; not for secrets
 
     /// Writes 32 upper-case hexadecimal digits.
     ///

@@ -2,11 +2,13 @@
 
 #include "util/export.h"
 
+/// What helps a developer to see: dumps of objects and, from platform/, the debug output and channel.
 namespace Debug {
 
 /// Takes the description that an object gives of itself: named items, and children that hold more of them.
 ///
-/// The object calls, the dumper decides the text. Every child_start() is followed by its child_end().
+/// The object calls, the dumper decides the text. Every child_start() is followed by its child_end(). Names
+/// and values are the caller's, and good for the call alone.
 class QUARVEL_EXPORT Dumper {
 public:
     virtual ~Dumper();
@@ -14,7 +16,9 @@ public:
 
     /// @return whether the dumper wants the child's items
     virtual bool child_start(const char* name) = 0;
-    virtual void child_end(const char* name) = 0;
+    virtual void child_end(const char* name) = 0; ///< with the name of its child_start()
+
+    /// @param value  a number comes as text too: the object formats it
     virtual void print_item(const char* name, const char* value) = 0;
 };
 

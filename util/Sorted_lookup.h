@@ -22,13 +22,15 @@ public:
 ///
 /// Equal elements are kept, later ones behind earlier ones. Filling is for one thread; afterwards any number
 /// of threads may read.
+///
+/// @tparam COMPARE  gives compare() as Sorted_lookup_compare does, and its one object by get()
 template <typename COMPARE, typename T>
 class Sorted_lookup_base {
 public:
-    Sorted_lookup_base(const Sorted_lookup_base&) = delete; // a copy would look into the original's storage
-    Sorted_lookup_base& operator=(const Sorted_lookup_base&) = delete;
+    Sorted_lookup_base(const Sorted_lookup_base&) = delete; ///< a copy would look into the original's storage
+    Sorted_lookup_base& operator=(const Sorted_lookup_base&) = delete; ///< for the same reason
 
-    unsigned int get_size() const { return size; }
+    unsigned int get_size() const { return size; } ///< of the elements that are there, up to the capacity
 
     /// The element at a position in ascending order; asserts "i < size".
     const T& operator[](unsigned int i) const

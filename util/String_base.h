@@ -23,10 +23,12 @@ QUARVEL_EXPORT char* stzncpy(char* dest, const char* src, unsigned n);
 /// An object and its buffer belong to one thread at a time.
 class QUARVEL_EXPORT String_base {
 public:
-    /// The empty text (see init()).
+    /// The empty text, or `s`, in a buffer taken as init() takes it.
+    /// @{
     String_base(char* buffer, int cap);
     String_base(char* buffer, int cap, const char* s);
     String_base(char* buffer, int cap, const String_base& s);
+    /// @}
 
     /// Deliberate: a bare copy has no buffer but its own spare cell, so it is always the empty text, with a
     /// capacity of 1. Assignment copies the text.
@@ -40,8 +42,11 @@ public:
     /// Fills the whole buffer with zeros.
     void zero();
 
+    /// The buffer itself, for a text of the caller's own making: it has to end inside.
+    /// @{
     QUARVEL_EXPORT char* buf();
     QUARVEL_EXPORT const char* cbuf() const;
+    /// @}
 
     /// The text; the address changes when the object is moved or gets another buffer.
     QUARVEL_EXPORT const char* get() const;
@@ -57,10 +62,12 @@ public:
     int get(char* out, int n) const;
 
     /// Replaces the text and fills the rest of the buffer with zeros.
+    /// @{
     void _set(const char* s);
     void set(const char* s);
     String_base& operator=(const char* s);
     String_base& operator=(const String_base& o);
+    /// @}
 
     /// Replaces the text by at most `n` characters of `s`, which needs no terminator when it has as many.
     ///
@@ -69,20 +76,25 @@ public:
     void set(const char* s, int n);
 
     /// Appends what fits; the bytes behind the new text stay, but the last of the buffer becomes 0.
+    /// @{
     void _append(const char* s);
     void append(const char* s);
     String_base& operator+=(const char* s);
     String_base& operator+=(String_base& o); // deliberate: takes no constant text
+    /// @}
 
-    unsigned len() const;
+    unsigned len() const;                      ///< characters up to the first zero, counted anew each time
     QUARVEL_EXPORT int max_len() const;        ///< the capacity, terminator included
     QUARVEL_EXPORT int max_string_len() const; ///< characters of the longest text
 
-    /// As strcmp(), strncmp(), strcasecmp() and strncasecmp() do: below 0, 0 or above 0.
+    /// As strcmp(), strncmp(), strcasecmp() and strncasecmp() do: below 0, 0 or above 0. A negative `n` is no
+    /// limit.
+    /// @{
     int compare(const char* s) const;
     int compare(const char* s, int n) const;
     int case_compare(const char* s) const;
     int case_compare(const char* s, int n) const;
+    /// @}
 
     /// Writes prefix, text and suffix to the debug output, in one call and without a line end.
     ///

@@ -39,7 +39,7 @@ public:
     /// Back to the empty text.
     QUARVEL_EXPORT void reset();
 
-    const char* begin() const;
+    const char* begin() const; ///< of the whole text, with what stood there before
     /// Where the next character goes: the terminator, once this builder has written.
     const char* end() const;
 

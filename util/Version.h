@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+/// Versions, log records, signals by name, and words of text.
 namespace Util {
 
 /// A firmware version number, as receivers and radio modems report it.
@@ -20,11 +21,11 @@ namespace Util {
 ///
 /// A plain value, for one thread at a time.
 struct QUARVEL_EXPORT Version {
-    std::int32_t major = -1;
-    std::int32_t minor = -1;
-    std::int32_t patch = -1;
-    std::int32_t build = -1;
-    std::int32_t revision = -1; ///< no parser reads one
+    std::int32_t major = -1;    ///< valid from 0 on
+    std::int32_t minor = -1;    ///< valid from 0 on
+    std::int32_t patch = -1;    ///< of the family without revisions
+    std::int32_t build = -1;    ///< of the family without revisions
+    std::int32_t revision = -1; ///< from 0 on makes the other family; no parser reads one
     /// 'A' to 'Z'; static_cast<char>(-1) for none, which is 255 where char has no sign. Takes no part in
     /// comparisons and is never printed.
     char revision_letter = static_cast<char>(-1);
@@ -71,8 +72,10 @@ struct QUARVEL_EXPORT Version {
     /// The operators stop the program by an assertion for versions that are not compatible; compare_version()
     /// does not. Equal when the five numbers are equal as they stand: numbers absent by different negative
     /// values differ, though neither version is less.
+    /// @{
     bool operator==(const Version& rhs) const;
     bool operator!=(const Version& rhs) const;
+    /// @}
 
     /// Orders by major, then minor, then, in the revision family, by revision, else by this table of what
     /// `*this` has (rows) and `rhs` has (columns):
@@ -86,10 +89,12 @@ struct QUARVEL_EXPORT Version {
     /// Deliberate, though it contradicts itself twice, so that versions of mixed forms must not be sorted by
     /// it: of a version with neither and one with both each is less than the other, and a version with both
     /// is less than any with a patch alone, which may be less than it in turn.
+    /// @{
     bool operator<(const Version& rhs) const;
     bool operator>(const Version& rhs) const;
     bool operator<=(const Version& rhs) const;
     bool operator>=(const Version& rhs) const;
+    /// @}
 
     /// @return -2 when not compatible, else -1 when less (asked first), 1 when greater, 0 when neither
     int compare_version(const Version& rhs) const;

@@ -2,11 +2,12 @@
 
 #include "util/export.h"
 
-// Base64 of RFC 4648, section 4: "A" to "Z", "a" to "z", "0" to "9", "+" and "/", padded with "=".
-//
-// The caller owns both buffers; nothing is allocated. `*dlen` is the room in `dst` on entry, in bytes, and
-// afterwards how much was written, or how much room is needed. All checks come before the first byte is
-// written. Any thread may call, and so may a C program.
+/// @file
+/// Base64 of RFC 4648, section 4: "A" to "Z", "a" to "z", "0" to "9", "+" and "/", padded with "=".
+///
+/// The caller owns both buffers; nothing is allocated. `*dlen` is the room in `dst` on entry, in bytes, and
+/// afterwards how much was written, or how much room is needed. All checks come before the first byte is
+/// written. Any thread may call, and so may a C program.
 
 #ifdef __cplusplus
 extern "C" {

@@ -2,15 +2,16 @@
 
 #include "util/export.h"
 
-// Cyclic redundancy checks of the console's serial and correction messages.
-//
-// Each takes the running value and returns it, so that a message may come in any number of pieces: the value
-// returned for one piece is the start value of the next. No check turns its value over at the end. `data` is
-// only read, need not be aligned, and may be null when no byte is to be taken. Any thread may call.
-//
-// Long pieces go through carry-less multiplication where the processor has it, the rest through tables; the
-// values are the same. Names and check values (of the nine ASCII digits "123456789") are those of G. Cook,
-// Catalogue of parametrised CRC algorithms.
+/// @file
+/// Cyclic redundancy checks of the console's serial and correction messages.
+///
+/// Each takes the running value and returns it, so that a message may come in any number of pieces: the value
+/// returned for one piece is the start value of the next. No check turns its value over at the end. `data` is
+/// only read, need not be aligned, and may be null when no byte is to be taken. Any thread may call.
+///
+/// Long pieces go through carry-less multiplication where the processor has it, the rest through tables; the
+/// values are the same. Names and check values (of the nine ASCII digits "123456789") are those of G. Cook,
+/// Catalogue of parametrised CRC algorithms.
 
 /// CRC of 16 bits, polynomial 0x1021, most significant bit first.
 ///

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+/// On std::string.
 namespace Util::String {
 
 /// The text up to and including its last character that is not one of `chars`; empty where there is none.

@@ -6,6 +6,10 @@
 #include "util/guidance/Mini_PP.h"
 #include "util/guidance/PID.h"
 #include "util/log/Log_item_sender.h"
+#include "util/net/Header_helper.h"
+#include "util/net/TCP_client.h"
+#include "util/qt/Signal_sender.h"
+#include "util/rtems_compat/compat_pcfile.h"
 
 #include <QObject>
 
@@ -29,7 +33,18 @@ int main()
     const String_base text(buffer, sizeof buffer, "123456789"); // cut to the seven that fit
     const auto* const digits = reinterpret_cast<const unsigned char*>("123456789");
 
-    const bool right = text.len() == 7 && crc16(0, digits, 9) == 0x31C3 && steering == -0.5F && logged == 1 &&
+    const char* names[] = {"Host"};
+    const Header_helper::type_t types[] = {Header_helper::TYPE_HEADER};
+    char head[64];
+    Header_helper http(names, types, 1);
+    http.set_buf(head, sizeof head);
+    const bool request = http.add_http_start("GET", "status", nullptr, 0) && http.add_header(0, "console") &&
+                         http.add_http_finish() && http.get_line_type("Host: console") == 0;
+    TCP_client client;
+    const bool others = request && client.set_address("localhost", -1) && Util::Signal_sender().empty() &&
+                        pcfCheckName("drive.log") && !pcfCheckName("a b");
+
+    const bool right = others && text.len() == 7 && crc16(0, digits, 9) == 0x31C3 && steering == -0.5F && logged == 1 &&
                        Satellites::GPS_SATS.get_sat(36) == 37 && Satellites::GPS_SATS.min_sat() == 1 &&
                        GPS::Time::get_current_gps_week() < 1024;
     std::puts(right ? "consumer: all right" : "consumer: WRONG");

@@ -15,9 +15,18 @@
 /// write their `u`, with no meaning. An output may be one of the inputs.
 class QUARVEL_EXPORT CConv_plus : public CoordConv {
 public:
+    /// As the base's, and turn the frame too. An earth-centred point that gives no centre leaves the frame as
+    /// it was; a geodetic one does not.
+    /// @{
     void setLocalCenterLLH(double lat, double lon, double h);
     void setLocalCenterECEF(double x, double y, double z);
+    /// @}
 
+    /// Earth-centred to the frame in the name, and back.
+    ///
+    /// @param absolute  a position, not a free vector
+    /// @return false for a position without a centre
+    /// @{
     bool convECEF2NED(double const& x, double const& y, double const& z, double& n, double& e, double& d,
                       bool absolute);
     bool convNED2ECEF(double const& n, double const& e, double const& d, double& x, double& y, double& z,
@@ -30,6 +39,7 @@ public:
                       bool absolute);
     bool convENU2ECEF(double const& e, double const& n, double const& u, double& x, double& y, double& z,
                       bool absolute);
+    /// @}
 
 protected:
     SMat ned_to_ecef; ///< its columns are north, east and down at the centre

@@ -28,8 +28,11 @@ public:
     /// and by more the deeper it lies (see Decart2Geo).
     void setLocalCenterECEF(double x, double y, double z);
 
+    /// The centre as it is kept: radians and metres, or metres.
+    /// @{
     bool getLocalCenterLLH(double* lat, double* lon, double* h) const;
     bool getLocalCenterECEF(double* x, double* y, double* z) const;
+    /// @}
 
     /// Earth-centred to local; `d` may be null when it is not wanted.
     bool convECEF2Local(double x, double y, double z, double* n, double* e, double* d);
@@ -37,18 +40,23 @@ public:
     /// Geodetic to local; `d` may be null when it is not wanted.
     bool convLLH2Local(double lat, double lon, double h, double* n, double* e, double* d);
 
+    /// Local to earth-centred, and to geodetic (Decart2Geo).
+    /// @{
     bool convLocal2ECEF(double n, double e, double d, double* x, double* y, double* z);
     bool convLocal2LLH(double n, double e, double d, double* lat, double* lon, double* h);
+    /// @}
 
     /// The same for a point of the plane through the centre, down being 0.
+    /// @{
     bool convLocal2LLH(double n, double e, double* lat, double* lon, double* h);
     bool convLocal2ECEF(double n, double e, double* x, double* y, double* z);
+    /// @}
 
 protected:
-    SVec center_ecef;
+    SVec center_ecef;       ///< metres; shorter than 1000, it counts as no centre
     SVec center_llh;        ///< latitude, longitude, height
     OrthoMat local_to_ecef; ///< its columns are the local axes in earth-centred coordinates
-    OrthoMat ecef_to_local;
+    OrthoMat ecef_to_local; ///< the transpose of local_to_ecef
 
 private:
     bool has_center() const;

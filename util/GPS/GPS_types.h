@@ -4,13 +4,15 @@
 
 #include <cstdint>
 
+/// Directions, offsets, positions and times: plain values, each for one thread at a time.
 namespace GPS {
 
 /// A direction in the horizontal plane, in radians: 0 along y, a quarter turn along x.
 struct QUARVEL_EXPORT Heading {
-    double radians = 0.0;
+    double radians = 0.0; ///< any turn; clockwise, where y is north
 
     Heading() = default;
+    /// @param angle  radians, not wrapped
     Heading(double angle) : radians(angle) {} // NOLINT(google-explicit-constructor): an angle is a heading
 
     /// Wraps the angle into [-pi, pi], both ends included, one turn a step.
@@ -21,9 +23,10 @@ struct QUARVEL_EXPORT Heading {
 
 /// An angle above the horizontal, in radians.
 struct QUARVEL_EXPORT Elevation {
-    double radians = 0.0;
+    double radians = 0.0; ///< negative below the horizontal; not wrapped
 
     Elevation() = default;
+    /// @param angle  radians
     Elevation(double angle) : radians(angle) {} // NOLINT(google-explicit-constructor)
 };
 
@@ -32,12 +35,12 @@ struct QUARVEL_EXPORT Elevation {
 /// Offsets made in different ways do not add up: from a distance and a compass heading, y is north and x is
 /// east; as the difference of two global points, x is north and y is east.
 struct QUARVEL_EXPORT Local_point {
-    double x = 0.0;
-    double y = 0.0;
-    double z = 0.0;
+    double x = 0.0; ///< metres, along the first axis
+    double y = 0.0; ///< metres, along the second axis
+    double z = 0.0; ///< metres, up
 
     Local_point() = default;
-    Local_point(double x_m, double y_m, double z_m) : x(x_m), y(y_m), z(z_m) {}
+    Local_point(double x_m, double y_m, double z_m) : x(x_m), y(y_m), z(z_m) {} ///< all in metres
 
     /// The offset `distance` metres away in a direction.
     Local_point(double distance, GPS::Heading h, GPS::Elevation e);
@@ -51,18 +54,21 @@ struct QUARVEL_EXPORT Local_point {
     /// The whole length, metres.
     double distance_3d();
 
+    /// By component, for two offsets along the same axes.
+    /// @{
     Local_point operator+(GPS::Local_point other);
     Local_point operator-(GPS::Local_point other);
+    /// @}
 };
 
 /// An earth-centred, earth-fixed position in metres, laid out like Point3D.
 struct QUARVEL_EXPORT Global_point {
-    double x = 0.0;
-    double y = 0.0;
-    double z = 0.0;
+    double x = 0.0; ///< metres, towards latitude 0, longitude 0
+    double y = 0.0; ///< metres, towards latitude 0, longitude 90 east
+    double z = 0.0; ///< metres, towards the north pole
 
     Global_point() = default;
-    Global_point(double x_m, double y_m, double z_m) : x(x_m), y(y_m), z(z_m) {}
+    Global_point(double x_m, double y_m, double z_m) : x(x_m), y(y_m), z(z_m) {} ///< all in metres
 
     /// This point as seen from `origin`: x north and y east on the plane through the origin, z the
     /// difference of the two heights above the ellipsoid (so not the plane's own third axis).
@@ -74,10 +80,11 @@ struct QUARVEL_EXPORT Global_point {
 
 /// A GPS time: week number and milliseconds into the week.
 struct QUARVEL_EXPORT Time {
-    std::int32_t week = 0;
-    std::int32_t ms = 0;
+    std::int32_t week = 0; ///< since 1980-01-06, or modulo 1024 as it is broadcast; may be negative
+    std::int32_t ms = 0;   ///< into the week, 0 to 604799999 in a positive standard time
 
     Time() = default;
+    /// Takes both as they are; see standardify().
     Time(std::int32_t week_number, std::int32_t ms_of_week) : week(week_number), ms(ms_of_week) {}
 
     /// Moves whole weeks between `week` and `ms`, the sum of both kept, towards at most 604799999 ms of

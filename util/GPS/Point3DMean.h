@@ -9,6 +9,8 @@
 ///
 /// The mean itself is carried, never a sum: earth-centred coordinates added up for hours would lose the
 /// digits that matter.
+///
+/// A plain value, for one thread at a time.
 class QUARVEL_EXPORT Point3DMean {
 public:
     /// Nothing added yet: mean (0, 0, 0).

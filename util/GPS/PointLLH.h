@@ -5,6 +5,8 @@
 class Point3D;
 
 /// A geodetic point on the WGS-84 ellipsoid.
+///
+/// A plain value, for one thread at a time.
 class QUARVEL_EXPORT PointLLH {
 public:
     static constexpr double ZERO_TOLD =
@@ -16,10 +18,11 @@ public:
     double height = 0.0; ///< metres above the ellipsoid
 
     PointLLH() = default;
+    /// @param lat_rad, lon_rad  taken as they are, neither wrapped nor checked
     PointLLH(double lat_rad, double lon_rad, double height_m) : lat(lat_rad), lon(lon_rad), height(height_m)
     {
     }
-    PointLLH(PointLLH const&) = default;
+    PointLLH(PointLLH const&) = default; ///< exact
 
     /// Writes prefix, "(lat,lon,height)" and suffix to the debug output: in degrees with ten decimals or in
     /// radians with eleven; the height with three.
@@ -29,14 +32,18 @@ public:
 
     /// Equality within ZERO_TOLD (60 nm on the ground) and ZERO_TOL; differences of just that much are not
     /// equal. Longitudes a whole turn apart are different.
+    /// @{
     bool operator==(PointLLH const& other) const;
     bool operator!=(PointLLH const& other) const;
+    /// @}
 
     /// Componentwise on latitude, longitude and height; angles are not wrapped.
+    /// @{
     PointLLH operator+(PointLLH const& other);
     PointLLH operator-(PointLLH const& other);
+    /// @}
 
-    PointLLH& operator=(PointLLH const& other) = default;
+    PointLLH& operator=(PointLLH const& other) = default; ///< exact
 
     /// Takes over an earth-centred point, converted; this stays as it was when the point, converted to
     /// geodetic and back, lies less than 1000 m from the earth's centre (see CoordConv).

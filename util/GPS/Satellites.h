@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 
+/// Which satellite identifiers belong to which service.
 namespace Satellites {
 
 /// Stops the program as a failed assertion of Satellites_list does.
@@ -33,13 +34,12 @@ public:
     ///              stays empty. A repeated identifier is kept twice.
     Satellites_list(type_t type, ...);
 
-    /// The smallest and the largest identifier.
-    int min_sat() const { return (*this)[0]; }
-    int max_sat() const { return (*this)[get_size() - 1]; }
+    int min_sat() const { return (*this)[0]; }              ///< the smallest identifier
+    int max_sat() const { return (*this)[get_size() - 1]; } ///< the largest identifier
 
-    int num_sats() const { return static_cast<int>(get_size()); }
+    int num_sats() const { return static_cast<int>(get_size()); } ///< 1 to NUM; repeated ones count each time
 
-    bool is_sat(int id) const { return contains(id); }
+    bool is_sat(int id) const { return contains(id); } ///< any number may be asked about
 
     /// The identifier at a position in ascending order; asserts "(int)index < num_sats()".
     int get_sat(unsigned int index) const
@@ -89,7 +89,8 @@ Satellites_list<NUM>::Satellites_list(type_t type, ...) : Sorted_lookup_base(sto
 
 #pragma GCC diagnostic pop
 
-// How many identifiers each list below has room for.
+/// How many identifiers the list of that service has room for.
+/// @{
 constexpr int MAX_GPS_SATS = 37;
 constexpr int MAX_GLONASS_SATS = 33;
 constexpr int MAX_WAAS_SATS = 3;
@@ -97,10 +98,13 @@ constexpr int MAX_EGNOS_SATS = 5;
 constexpr int MAX_MSAS_SATS = 2;
 constexpr int MAX_AUSBAS_SATS = 1;
 constexpr int MAX_OMNISTAR_SATS = 1;
+/// @}
 
-// Identifiers as the receiver numbers them: GLONASS slots follow the GPS PRNs, the augmentation satellites
-// keep their PRN, the OmniSTAR correction satellite is 200. Built while the library loads, in this order, so
-// the static initialisers of a program that links the library may use them.
+/// @name The lists
+/// Identifiers as the receiver numbers them: GLONASS slots follow the GPS PRNs, the augmentation satellites
+/// keep their PRN, the OmniSTAR correction satellite is 200. Built while the library loads, in this order, so
+/// the static initialisers of a program that links the library may use them.
+/// @{
 extern QUARVEL_EXPORT Satellites_list<MAX_GPS_SATS> GPS_SATS;           ///< 1 to 37
 extern QUARVEL_EXPORT Satellites_list<MAX_GLONASS_SATS> GLONASS_SATS;   ///< 38 to 70
 extern QUARVEL_EXPORT Satellites_list<MAX_WAAS_SATS> WAAS_SATS;         ///< 133, 135, 138
@@ -108,5 +112,6 @@ extern QUARVEL_EXPORT Satellites_list<MAX_EGNOS_SATS> EGNOS_SATS;       ///< 120
 extern QUARVEL_EXPORT Satellites_list<MAX_MSAS_SATS> MSAS_SATS;         ///< 129, 137
 extern QUARVEL_EXPORT Satellites_list<MAX_AUSBAS_SATS> AUSBAS_SATS;     ///< 122
 extern QUARVEL_EXPORT Satellites_list<MAX_OMNISTAR_SATS> OMNISTAR_SATS; ///< 200
+/// @}
 
 } // namespace Satellites

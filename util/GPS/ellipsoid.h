@@ -2,12 +2,13 @@
 
 #include "util/export.h"
 
-// Positions on and around the WGS-84 ellipsoid (NIMA TR8350.2): a = 6378137.0 m, e2 = 0.0066943799901413.
-//
-// Everywhere: latitude and longitude in radians, north and east positive, any turn; heights in metres above
-// the ellipsoid; earth-centred, earth-fixed coordinates in metres (z towards the north pole, x towards
-// latitude 0, longitude 0). Nothing is checked and nothing fails: what is not a number goes in and comes out.
-// No state: any thread at any time.
+/// @file
+/// Positions on and around the WGS-84 ellipsoid (NIMA TR8350.2): a = 6378137.0 m, e2 = 0.0066943799901413.
+///
+/// Everywhere: latitude and longitude in radians, north and east positive, any turn; heights in metres above
+/// the ellipsoid; earth-centred, earth-fixed coordinates in metres (z towards the north pole, x towards
+/// latitude 0, longitude 0). Nothing is checked and nothing fails: what is not a number goes in and comes out.
+/// No state: any thread at any time.
 
 /// Geodetic to earth-centred coordinates, closed form.
 ///

@@ -17,21 +17,30 @@ public:
     Mini_PP();
 
     /// A alone; a Point3D is earth-centred.
+    /// @{
     Mini_PP(PointLLH a); // NOLINT(google-explicit-constructor)
     Mini_PP(Point3D a);  // NOLINT(google-explicit-constructor)
+    /// @}
 
+    /// As set_start() and then set_finish(), whose answer is lost.
+    /// @{
     Mini_PP(PointLLH a, PointLLH b);
     Mini_PP(Point3D a, Point3D b);
+    /// @}
 
     /// Moves A. B keeps its place relative to A: set it again afterwards.
+    /// @{
     void set_start(PointLLH a);
     void set_start(Point3D a);
+    /// @}
 
     /// Sets B.
     ///
     /// @return false when the converter has no centre; the old B then stays in place but counts as not set
+    /// @{
     bool set_finish(PointLLH b);
     bool set_finish(Point3D b);
+    /// @}
 
     /// Forgets both ends; the converter keeps its centre, so B can be set again before A.
     void reset();
@@ -46,9 +55,8 @@ public:
     /// The distance from the line, metres: positive to the right when looking from A to B.
     double ab_xtrack(Math2D::Point p);
 
-    /// The straight distances in the plane from either end, metres.
-    double dist_from_start(Math2D::Point p);
-    double dist_from_finish(Math2D::Point p);
+    double dist_from_start(Math2D::Point p);  ///< straight in the plane, metres
+    double dist_from_finish(Math2D::Point p); ///< straight in the plane, metres
 
     /// Checks the headings of four short lines near 27 S, 153 E and prints them, with a sweep along one of
     /// them, to standard output.
@@ -57,7 +65,7 @@ public:
     static int unit_test();
 
 protected:
-    bool start_set = false;
-    bool finish_set = false;
-    Math2D::Line line; ///< in the converter's plane; its start is always (0, 0)
+    bool start_set = false;  ///< also after an A that gave no centre
+    bool finish_set = false; ///< what the last set_finish() answered
+    Math2D::Line line;       ///< in the converter's plane; its start is always (0, 0)
 };

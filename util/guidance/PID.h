@@ -14,12 +14,15 @@
 /// A controller belongs to one thread.
 class QUARVEL_EXPORT PID {
 public:
+    /// Gains and limits of a controller that does nothing: its output is 0 until init() says otherwise.
+    /// @{
     static constexpr float KP_DEFAULT = 0.0F;
     static constexpr float KI_DEFAULT = 0.0F;
     static constexpr float KD_DEFAULT = 0.0F;
     static constexpr float I_MAX_DEFAULT = 0.0F;
     static constexpr float OUT_MIN_DEFAULT = 0.0F;
     static constexpr float OUT_MAX_DEFAULT = 0.0F;
+    /// @}
 
     /// The parts of one step.
     struct Result {

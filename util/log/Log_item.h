@@ -28,12 +28,14 @@ public:
     /// @param line_number   where in the code
     /// @param code_file     the file that logs, in place of the source's code_source(); may be null or empty
     /// @throw std::logic_error when `message` is a null pointer; no item is made
+    /// @{
     Log_item(const Log_item_source& source, Log_item_priority priority, bool force, int display_type,
              const QString& message, int line_number, const char* code_file);
     Log_item(const Log_item_source& source, Log_item_priority priority, bool force, int display_type,
              const std::string& message, int line_number, const char* code_file);
     Log_item(const Log_item_source& source, Log_item_priority priority, bool force, int display_type,
              const char* message, int line_number, const char* code_file);
+    /// @}
 
     Log_item_priority priority() const;      ///< Invalid on an empty item
     bool force() const;                      ///< false on an empty item

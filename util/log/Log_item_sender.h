@@ -29,7 +29,7 @@ public:
     void forward_to(Util::Log_item_sender& target);
 
 signals:
-    void logged(Log_item item);
+    void logged(Log_item item); ///< once for each submit(), in the sender's thread
 
 public slots:
     /// Submits the item: the receiving end of forward_to().
