@@ -44,9 +44,9 @@ int main()
     const bool others = request && client.set_address("localhost", -1) && Util::Signal_sender().empty() &&
                         pcfCheckName("drive.log") && !pcfCheckName("a b");
 
-    const bool right = others && text.len() == 7 && crc16(0, digits, 9) == 0x31C3 && steering == -0.5F && logged == 1 &&
-                       Satellites::GPS_SATS.get_sat(36) == 37 && Satellites::GPS_SATS.min_sat() == 1 &&
-                       GPS::Time::get_current_gps_week() < 1024;
+    const bool right = others && text.len() == 7 && crc16(0, digits, 9) == 0x31C3 && steering == -0.5F &&
+                       logged == 1 && Satellites::GPS_SATS.get_sat(36) == 37 &&
+                       Satellites::GPS_SATS.min_sat() == 1 && GPS::Time::get_current_gps_week() < 1024;
     std::puts(right ? "consumer: all right" : "consumer: WRONG");
     return right ? 0 : 1;
 }
