@@ -13,7 +13,7 @@ std::string environment(const char* name)
 
 std::string base_directory_of_environment()
 {
-    if (const std::string chosen = environment("QUARVEL_BASE_DIR"); !chosen.empty())
+    if (std::string chosen = environment("QUARVEL_BASE_DIR"); !chosen.empty())
         return chosen;
     // A relative data home is invalid by the specification, and ignored.
     if (const std::string data_home = environment("XDG_DATA_HOME"); data_home.rfind('/', 0) == 0)

@@ -91,7 +91,7 @@ private:
                         fix.position.lon / RADIANS_PER_DEGREE, fix.position.height);
             ++count;
         }
-        std::fflush(stdout);
+        static_cast<void>(std::fflush(stdout));
         return 0;
     }
     void handle_write(int /*sd*/) override {} // it has nothing to say
@@ -124,9 +124,9 @@ void show(const Options& options)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGINT, interrupt);
-    std::signal(SIGTERM, interrupt);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGINT, interrupt));
+    static_cast<void>(std::signal(SIGTERM, interrupt));
     try {
         const Options options = read_options(argc, argv);
         if (options.help)

@@ -120,7 +120,7 @@ void serve(const Options& options)
     if (telemetry.bound_port() < 0)
         throw std::runtime_error(text("port %d cannot be served: see above for the reason.", options.port));
     std::printf("serving on port %d\n", telemetry.bound_port());
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
 
     PointLLH a;
     PointLLH b;
@@ -146,10 +146,10 @@ void serve(const Options& options)
 
 int main(int argc, char** argv)
 {
-    const QCoreApplication application(argc, argv); // for the log sources, whose senders it deletes
-    std::signal(SIGPIPE, SIG_IGN);                  // a viewer that left is an error of its write, no more
-    std::signal(SIGINT, interrupt);
-    std::signal(SIGTERM, interrupt);
+    const QCoreApplication application(argc, argv);   // for the log sources, whose senders it deletes
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a viewer that left is an error of its write, no more
+    static_cast<void>(std::signal(SIGINT, interrupt));
+    static_cast<void>(std::signal(SIGTERM, interrupt));
     int status = 0;
     try {
         const Options options = read_options(argc, argv);
