@@ -1,13 +1,13 @@
 #pragma once
 
 #include "platform/MutexImp.h"
+#include "util/kernel_thread_private.h"
 
 #include <QMutex>
 #include <QThread>
 
 #include <atomic>
 #include <sys/types.h>
-#include <unistd.h>
 
 /// Holds a server's lock, and notes for whoever diagnoses contention which thread does.
 class Owned_lock {
@@ -22,7 +22,7 @@ public:
         owner_thread = QThread::currentThreadId();
         // Exchanged, not stored: who takes the last holder's 0 comes after it for the thread sanitizer too,
         // which sees nothing of the lock inside Qt.
-        owner_tid.exchange(::gettid());
+        owner_tid.exchange(Util::kernel_thread_id());
     }
 
     ~Owned_lock()

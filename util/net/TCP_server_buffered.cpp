@@ -64,27 +64,40 @@ bool set_option(int sd, int level, int option)
     return ::setsockopt(sd, level, option, &on, sizeof on) == 0;
 }
 
-/// Keeps SIGPIPE from the calling thread: a client that resets must not end a process that does not ignore it.
+/// Keeps SIGPIPE from the calling thread from the first begin() on: a client that resets must not end a process
+/// that does not ignore it.
 class Sigpipe_guard {
 public:
-    Sigpipe_guard()
-    {
-        sigemptyset(&sigpipe);
-        sigaddset(&sigpipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
-    }
+    Sigpipe_guard() = default;
     ~Sigpipe_guard()
     {
-        if (sigismember(&previous, SIGPIPE) != 0)
+        if (!begun || sigismember(&previous, SIGPIPE) != 0)
             return; // the application blocks it, and may have one pending of its own
-        const timespec at_once{};
-        sigtimedwait(&sigpipe, nullptr, &at_once);
+        if (raised) {
+            const timespec at_once{};
+            sigtimedwait(&sigpipe, nullptr, &at_once);
+        }
         pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     }
     Sigpipe_guard(const Sigpipe_guard&) = delete;
     Sigpipe_guard& operator=(const Sigpipe_guard&) = delete;
 
+    void begin()
+    {
+        if (begun)
+            return;
+        sigemptyset(&sigpipe);
+        sigaddset(&sigpipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
+        begun = true;
+    }
+
+    /// A write failed, which may have raised the signal.
+    void expect_signal() { raised = true; }
+
 private:
+    bool begun = false;
+    bool raised = false;
     sigset_t sigpipe{};
     sigset_t previous{};
 };
@@ -188,7 +201,7 @@ bool TCP_server_buffered::_run(bool blocking)
     if (has_come(listen_sd, READABLE))
         accept_client();
     receive_from_clients();
-    if (send_to_clients())
+    if (send_to_clients(blocking))
         wake_on_write = true;
     return true;
 }
@@ -332,6 +345,9 @@ void TCP_server_buffered::accept_client()
     }
     // Deliberate: the flags are for the listening socket; the client stays blocking.
     ::fcntl(listen_sd, F_SETFL, ::fcntl(sd, F_GETFL) | O_NONBLOCK);
+    if (held_back.size() <= static_cast<std::size_t>(sd))
+        held_back.resize(static_cast<std::size_t>(sd) + 1);
+    held_back[static_cast<std::size_t>(sd)] = false;
     fds.insert(std::lower_bound(fds.begin(), fds.end(), sd), sd);
     {
         const Owned_lock lock(buffer_lock, lock_owner_thread, lock_owner_tid);
@@ -358,9 +374,9 @@ void TCP_server_buffered::receive_from(int sd)
         close_connection(sd);
 }
 
-bool TCP_server_buffered::send_to_clients()
+bool TCP_server_buffered::send_to_clients(bool turns_follow)
 {
-    const Sigpipe_guard guard;
+    Sigpipe_guard guard;
     bool drained = false;
     std::size_t i = FIRST_OF_FDS;
     for (auto client = readers.begin(); client != readers.end();) {
@@ -372,26 +388,49 @@ bool TCP_server_buffered::send_to_clients()
         if (reader.unread() == 0)
             drained = true;
         else if (i < watched.size() && watched[i].fd == sd && (watched[i].events & POLLOUT) != 0 &&
-                 (watched[i].revents & WRITABLE) != 0)
-            drained = send_to(sd, reader) || drained;
+                 (watched[i].revents & WRITABLE) != 0) {
+            guard.begin();
+            const std::size_t clients = readers.size();
+            drained = send_to(sd, reader, turns_follow) || drained;
+            if (readers.size() < clients)
+                guard.expect_signal();
+        }
     }
     return drained;
 }
 
-bool TCP_server_buffered::send_to(int sd, Client_reader& reader)
+// While there is more to come, and the next turn follows at once, the system gathers the pieces: one segment then
+// leaves instead of three.
+void TCP_server_buffered::hold_back(int sd, bool on)
+{
+    const auto client = static_cast<std::size_t>(sd);
+    if (held_back[client] == on)
+        return;
+    const int value = on ? 1 : 0;
+    ::setsockopt(sd, IPPROTO_TCP, TCP_CORK, &value, sizeof value); // where it fails, more segments leave
+    held_back[client] = on;
+}
+
+bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_follow)
 {
     unsigned char data[SEND_CHUNK];
     int count = 0;
+    bool more = false;
     {
         const Owned_lock lock(buffer_lock, lock_owner_thread, lock_owner_tid);
         count = reader.copy(data, SEND_CHUNK);
+        more = turns_follow && reader.unread() > count;
     }
+    if (more)
+        hold_back(sd, true);
     const ssize_t written = ::write(sd, data, static_cast<std::size_t>(count));
     if (written < 0) {
         if (errno != EAGAIN)
             close_connection(sd);
         return false;
     }
+    if (!more)
+        hold_back(sd, false);
     reader.advance(static_cast<int>(written));
     return reader.unread() == 0;
 }

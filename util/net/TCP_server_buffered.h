@@ -135,8 +135,10 @@ private:
     void accept_client();
     void receive_from_clients();
     void receive_from(int sd);
-    bool send_to_clients();
-    bool send_to(int sd, Client_reader& reader);
+    bool send_to_clients(bool turns_follow);
+    void hold_back(int sd, bool on);
+    bool send_to(int sd, Client_reader& reader, bool turns_follow);
 
+    std::vector<bool> held_back; // by descriptor: the system gathers what is written to the client
     std::vector<pollfd> watched; // what the turn waits for and what has come: the pipe's read end, then fds
 };

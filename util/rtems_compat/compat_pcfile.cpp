@@ -6,6 +6,7 @@
 #include "platform/MutexImp.h"
 #include "platform/Platform.h"
 #include "platform/Rtime.h"
+#include "util/kernel_thread_private.h"
 
 #include <atomic>
 #include <cassert>
@@ -38,27 +39,6 @@ constexpr mode_t DIRECTORY_MODE = 0755;
 constexpr mode_t FILE_MODE = 0600;
 constexpr const char* REFUSED_CHARACTERS = " ,{}()@&\"/\\";
 
-/// The kernel's number of this thread, which costs a system call to ask for: a quarter of writing a short
-/// record.
-class Kernel_thread {
-public:
-    static pid_t id()
-    {
-        if (known == 0)
-            known = ::gettid();
-        return known;
-    }
-
-private:
-    // The one thread that a fork leaves in the child has another number there.
-    static void forget() { known = 0; }
-
-    static thread_local pid_t known;
-    static const int forgotten_in_children;
-};
-thread_local pid_t Kernel_thread::known = 0;
-const int Kernel_thread::forgotten_in_children = ::pthread_atfork(nullptr, nullptr, forget);
-
 /// Does not nest: what needs the lock held is a function in here. The owner is for who looks at a process
 /// that hangs.
 class Store_lock {
@@ -70,7 +50,7 @@ public:
         // From whoever let go last, for the data-race checker, which does not see into Qt's lock.
         static_cast<void>(kernel_owner.load(std::memory_order_acquire));
         qt_owner.store(QThread::currentThreadId(), std::memory_order_relaxed);
-        kernel_owner.store(Kernel_thread::id(), std::memory_order_relaxed);
+        kernel_owner.store(Util::kernel_thread_id(), std::memory_order_relaxed);
     }
     void unlock()
     {
