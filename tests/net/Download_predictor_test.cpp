@@ -1,5 +1,6 @@
 #include "util/net/Download_predictor.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Debug_output.h"
 #include "tests/support/Fake_clock.h"
 
@@ -12,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <limits>
+#include <memory>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -349,6 +351,20 @@ TEST(Download_predictor, a_step_back_is_a_negative_rate)
     EXPECT_EQ((std::vector<double>{500, -200, -301, -2147483648.0}), samples(transfer.predictor));
 }
 
+TEST(Download_predictor, a_count_beyond_the_history_counts_as_20)
+{
+    const Debug_output output;
+    Transfer transfer;
+    transfer.predictor.debug = true;
+    std::fill(transfer.predictor.history, transfer.predictor.history + 20, 100.0);
+    transfer.predictor.history_count = 25;
+    transfer.predictor.report_count = 39;
+    EXPECT_DOUBLE_EQ(900.0 / 100.0, transfer.report_after(1000, 100, 1000));
+    EXPECT_EQ(25U, transfer.predictor.history_count);
+    EXPECT_EQ(4U + 20U, output.lines().size());
+    EXPECT_NE(std::string::npos, output.text().find("    overall_avg_weight = 2.000000\n"));
+}
+
 TEST(Download_predictor, beyond_the_total_what_is_left_wraps)
 {
     EXPECT_DOUBLE_EQ(4294967295.0 / 101, Transfer().report_after(1000, 101, 100));
@@ -366,6 +382,24 @@ TEST(Download_predictor, end_is_the_minutes_since_the_start)
     EXPECT_EQ(0U, transfer.predictor.report_count);
     transfer.report_after(-240001, 1, 10);
     EXPECT_EQ(-2.0, transfer.predictor.end());
+    EXPECT_EQ(std::vector<double>{1 / -120.0},
+              samples(transfer.predictor)); // since the start, not since an end()
+}
+
+TEST(Download_predictor, allocates_nothing)
+{
+    if (!ALLOCATIONS_ARE_COUNTED)
+        GTEST_SKIP() << "the sanitizers bring their own malloc()";
+    Transfer transfer(2);
+    const std::int64_t before = allocations();
+    for (unsigned i = 1; i <= 50; ++i)
+        transfer.minutes_after(1000, i, 1000);
+    transfer.predictor.end();
+    EXPECT_EQ(before, allocations());
+    const auto counted = std::make_unique<char[]>(10);
+    const char* volatile used = counted.get(); // or the compiler would leave it out
+    static_cast<void>(used);
+    EXPECT_LT(before, allocations());
 }
 
 TEST(Download_predictor, prints_nothing_unless_asked)

@@ -1,5 +1,8 @@
 #include "util/net/Header_helper.h"
 
+#include "tests/support/Allocations.h"
+#include "tests/support/Guarded_page.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,9 +11,7 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <sys/mman.h>
 #include <type_traits>
-#include <unistd.h>
 
 namespace {
 
@@ -35,43 +36,28 @@ enum { CONTENT_LENGTH, HOST, EMPTY };
 const char* names[] = {"Content-Length", "Host", ""};
 const Type TYPES[] = {HEADER, HEADER, HEADER};
 
-/// A page that ends the program when anything just before or behind it is touched.
-class Guarded_page {
-public:
-    Guarded_page()
-        : size(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
-          pages(mmap(nullptr, 3 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))
-    {
-        EXPECT_NE(MAP_FAILED, pages);
-        EXPECT_EQ(0, mprotect(begin(), size, PROT_READ | PROT_WRITE));
-        clear();
-    }
-    ~Guarded_page() { munmap(pages, 3 * size); }
-    Guarded_page(const Guarded_page&) = delete;
-    Guarded_page& operator=(const Guarded_page&) = delete;
+constexpr char FILL = '#';
 
-    char* begin() { return static_cast<char*>(pages) + size; }
-    char* end() { return begin() + size; }
-    void clear() { std::memset(begin(), FILL, size); }
+/// Filled, so that it shows where something was written.
+struct Text_page : Guarded_page {
+    Text_page() { clear(); }
+
+    char* begin() const { return reinterpret_cast<char*>(Guarded_page::begin()); }
+    char* end() const { return reinterpret_cast<char*>(Guarded_page::end()); }
+    void clear() { std::fill(begin(), end(), FILL); }
 
     /// That everything but the `count` bytes from there on is as clear() left it.
-    bool is_clear_around(const char* from, std::size_t count)
+    bool is_clear_around(const char* from, std::size_t count) const
     {
         const auto is_clear = [](char byte) { return byte == FILL; };
         return std::all_of<const char*>(begin(), from, is_clear) &&
                std::all_of<const char*>(from + count, end(), is_clear);
     }
-
-    static constexpr char FILL = '#';
-
-private:
-    std::size_t size;
-    void* pages;
 };
 
 /// What a builder does, one byte after the other.
 struct Model {
-    explicit Model(int buffer_size) : stored(static_cast<std::size_t>(buffer_size), Guarded_page::FILL) {}
+    explicit Model(int buffer_size) : stored(static_cast<std::size_t>(buffer_size), FILL) {}
 
     /// @param text  with the byte that follows it
     void write(const std::string& text)
@@ -127,7 +113,7 @@ class Built {
 public:
     explicit Built(int size) : head(names, TYPES, 3), bytes(new char[static_cast<std::size_t>(size)])
     {
-        std::memset(bytes.get(), Guarded_page::FILL, static_cast<std::size_t>(size));
+        std::memset(bytes.get(), FILL, static_cast<std::size_t>(size));
         head.set_buf(bytes.get(), size);
     }
 
@@ -399,9 +385,12 @@ TEST(Header_helper, a_new_buffer_starts_at_0_and_keeps_the_fault)
     EXPECT_EQ(100, built.head.size);
     EXPECT_EQ(0, built.head.index);
     EXPECT_TRUE(built.head.overflowed);
+    built.head.set_index(0); // nor does this clear it
+    EXPECT_TRUE(built.head.overflowed);
     EXPECT_FALSE(built.head.add_header(HOST, "console"));
     built.head.write("as ever", 7);
     EXPECT_STREQ("as ever", other);
+    EXPECT_TRUE(built.head.overflowed);
 }
 
 TEST(Header_helper, without_a_buffer_it_refuses_or_counts)
@@ -414,14 +403,15 @@ TEST(Header_helper, without_a_buffer_it_refuses_or_counts)
     EXPECT_TRUE(counting.add_http_start("GET", "status", "console", 8080));
     EXPECT_EQ(static_cast<int>(START.size()), counting.index);
     counting.set_buf(nullptr, -5);
+    EXPECT_TRUE(counting.allow_truncation);
     counting.write("abc", 3);
     EXPECT_EQ(3, counting.index);
 }
 
 TEST(Header_helper, writes_exactly_what_a_model_says_at_every_small_size_and_position)
 {
-    Guarded_page page;
-    Guarded_page text_page;
+    Text_page page;
+    Text_page text_page;
     std::mt19937 random(75);
     for (int size = 0; size <= 12; ++size)
         for (int index = -14; index <= 14; ++index)
@@ -458,7 +448,7 @@ TEST(Header_helper, touches_nothing_at_positions_near_the_limits)
     } cases[] = {
         {8, INT_MIN, false},      {8, INT_MIN + 5, false}, {8, INT_MAX - 10, true}, {0, INT_MIN, false},
         {INT_MIN, INT_MIN, true}, {INT_MIN, 0, true},      {-1, -4, false},         {-1, 0, true}};
-    Guarded_page page;
+    Text_page page;
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.size << ", at " << c.index);
         Header_helper head(names, TYPES, 3);
@@ -502,7 +492,7 @@ TEST(Header_helper, agrees_with_a_model_over_random_sequences)
             byte = static_cast<char>('!' + below(90));
         return s;
     };
-    Guarded_page page;
+    Text_page page;
     int overflows = 0;
     int additions = 0;
     for (int round = 0; round < 20000; ++round) {
@@ -561,6 +551,35 @@ TEST(Header_helper, agrees_with_a_model_over_random_sequences)
     EXPECT_GT(additions, 20000);
 }
 
+TEST(Header_helper, allocates_nothing)
+{
+    if (!ALLOCATIONS_ARE_COUNTED)
+        GTEST_SKIP() << "the sanitizers bring their own malloc()";
+    const std::string path(100, 'p'); // more than a std::string holds without allocating
+    char buf[400];
+    const std::int64_t before = allocations();
+    for (const int size : {400, 150, 1}) // with room for all, for a part, for nothing
+        for (const int index : {0, -50}) // and with a part skipped
+            for (const bool may_truncate : {false, true}) {
+                Header_helper head(names, TYPES, 3);
+                head.set_buf(buf, size);
+                head.set_index(index);
+                head.allow_truncation = may_truncate;
+                head.add_http_start("GET", path.c_str(), "console.example", INT_MIN);
+                head.add_http_start("GET", path.c_str(), nullptr, 0);
+                head.add_header(HOST, path.c_str());
+                head.add_header(3, path.c_str());
+                head.add_http_finish();
+                head.write(path.c_str(), 100);
+                head.get_line_type(path.c_str());
+            }
+    EXPECT_EQ(before, allocations());
+    const auto counted = std::make_unique<char[]>(10);
+    const char* volatile used = counted.get(); // or the compiler would leave it out
+    static_cast<void>(used);
+    EXPECT_LT(before, allocations());
+}
+
 TEST(Header_helper, tells_lines_apart_by_the_first_entry_that_matches)
 {
     const char* table[] = {"Content", "Content-Length", "Content-Length", "OK", "OK", "", "other kind", ""};
@@ -603,7 +622,7 @@ TEST(Header_helper, finds_nothing_in_an_empty_table)
 
 TEST(Header_helper, reads_no_further_than_the_end_of_a_line)
 {
-    Guarded_page page;
+    Text_page page;
     for (const char* line : {"", "C", "Content-Length", "Content-Length:", "Host"}) {
         char* const text = page.end() - std::strlen(line) - 1;
         std::memcpy(text, line, std::strlen(line) + 1);

@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -281,6 +282,32 @@ public:
     std::function<bool()> has_data = [] { return false; };
 };
 
+/// Stands in for the sleeps of the comms threads, for as long as the object lives. One at a time.
+class Sleeps {
+public:
+    explicit Sleeps(std::function<void(std::int64_t)> action) : on_sleep(std::move(action)) { active = this; }
+    ~Sleeps() { active = nullptr; }
+    Sleeps(const Sleeps&) = delete;
+    Sleeps& operator=(const Sleeps&) = delete;
+
+    static int sleep(const timespec& time, timespec* left)
+    {
+        Sleeps* const sleeps = active;
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        if (sleeps == nullptr || std::strncmp(name, "TCT_", 4) != 0) {
+            const int error = ::clock_nanosleep(CLOCK_REALTIME, 0, &time, left); // what nanosleep() does
+            return error == 0 ? 0 : fail_with(error);
+        }
+        sleeps->on_sleep(std::int64_t{time.tv_sec} * 1000000 + time.tv_nsec / 1000);
+        return 0;
+    }
+
+private:
+    static inline std::atomic<Sleeps*> active{nullptr};
+    const std::function<void(std::int64_t us)> on_sleep;
+};
+
 /// Fails connect() with an errno, or lets it through.
 struct Scripted_connect : Interposed_sockets {
     int connect(int fd, const sockaddr* address, socklen_t size) override
@@ -293,6 +320,11 @@ struct Scripted_connect : Interposed_sockets {
 };
 
 } // namespace
+
+extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* time, timespec* left)
+{
+    return Sleeps::sleep(*time, left);
+}
 
 // What it is made of
 
@@ -793,6 +825,30 @@ TEST(TCP_client_task, takes_up_a_new_period_while_it_waits)
     EXPECT_GE(milliseconds(5000), Clock::now() - start);
 }
 
+TEST(TCP_client_task, sleeps_20_times_a_twentieth_of_the_period_that_it_is_by_then)
+{
+    Debug_output output;
+    const Scripted_connect calls;
+    Reading_task task(2101);
+    task.set_reconnect_period(60);
+    std::vector<std::pair<int, std::int64_t>> slept; // after how many attempts, microseconds
+    const Sleeps sleeps([&](std::int64_t us) {
+        slept.emplace_back(output.count(Debug_output::PRINT, not_connected(2101)), us);
+        if (slept.size() == 25)
+            task.set_reconnect_period(7);
+        if (slept.size() == 43)
+            task.running = false;
+    });
+    task.open();
+    EXPECT_TRUE(output.wait_for(Debug_output::PRINT, FAILED));
+    task.close();
+    std::vector<std::pair<int, std::int64_t>> expected;
+    for (int i = 1; i <= 43; ++i)
+        expected.emplace_back((i + 19) / 20, i <= 25 ? 3000 : 350);
+    EXPECT_EQ(expected, slept);
+    EXPECT_EQ(4, output.count(Debug_output::PRINT, not_connected(2101))); // one more after the close
+}
+
 TEST(TCP_client_task, tries_without_a_pause_for_a_period_below_1)
 {
     for (const int period_ms : {0, -1, INT_MIN}) {
@@ -871,7 +927,7 @@ TEST(TCP_client_task, tries_again_where_the_socket_cannot_be_made_non_blocking)
         task.open();
         for (int i = 0; i < 3; ++i) {
             const int fd = peer.accept();
-            EXPECT_TRUE(ends(fd));
+            ASSERT_TRUE(ends(fd));
             ::close(fd);
         }
         EXPECT_TRUE(output.wait_for(Debug_output::PRINT, SUCCESSFUL));
@@ -1020,6 +1076,43 @@ TEST(TCP_client_task, finds_out_by_select_that_a_handler_closed_its_descriptor)
     task.close();
     ::close(first);
     ::close(second);
+}
+
+TEST(TCP_client_task, handles_nothing_once_it_is_closed)
+{
+    for (const bool error : {false, true}) {
+        struct Calls : Interposed_sockets {
+            int select(int, fd_set*, fd_set*, fd_set* exceptional, timeval*) override
+            {
+                task->running = false; // a close() by now
+                if (!with_error)
+                    FD_ZERO(exceptional);
+                return 1; // all else is ready
+            }
+            Task* task = nullptr;
+            bool with_error = false;
+        };
+        const Listening_peer peer;
+        Debug_output output;
+        Calls calls;
+        Task task(peer.port);
+        calls.task = &task;
+        calls.with_error = error;
+        task.has_data = [] { return true; };
+        task.on_read = [](int) {
+            ADD_FAILURE();
+            return 0;
+        };
+        task.on_write = [](int) { ADD_FAILURE(); };
+        task.open();
+        const int fd = peer.accept();
+        EXPECT_TRUE(ends(fd));
+        task.close();
+        char bytes[2];
+        EXPECT_EQ(1, ::read(task.notify_pipe[0], bytes, 2)); // close()'s
+        EXPECT_THAT(printed(output), ElementsAre(ATTEMPTING, connected(peer.port), SUCCESSFUL, JOINING));
+        ::close(fd);
+    }
 }
 
 TEST(TCP_client_task, watches_the_socket_and_the_pipe)
@@ -1327,10 +1420,14 @@ TEST(TCP_client_task, closes_while_the_connection_is_tried_with_a_time_limit)
     }
     Reading_task task(peer.port);
     task.set_connect_timeout(100);
+    task.set_reconnect_period(20000);
     task.open();
     EXPECT_TRUE(output.wait_for(Debug_output::PRINT, ATTEMPTING));
     EXPECT_TRUE(task.close());
-    EXPECT_GE(1, output.count(Debug_output::PRINT, not_connected(peer.port)));
+    EXPECT_GE(2, output.count(Debug_output::PRINT, not_connected(peer.port))); // where close() was late
+    std::vector<std::string> texts = printed(output);
+    texts.erase(std::remove(texts.begin(), texts.end(), JOINING), texts.end()); // of the other thread
+    EXPECT_EQ(FAILED, texts.back());
     for (const int fd : queue)
         ::close(fd);
 }
@@ -1719,7 +1816,12 @@ struct Played : Interposed_sockets {
         if (set != nullptr && !there)
             FD_CLR(fd, set);
     }
-    const Turn& turn() const { return turns[next - 1]; }
+    const Turn& turn() const
+    {
+        static constexpr Turn NONE{};
+        EXPECT_NE(0U, next) << "there was no turn yet";
+        return next == 0 ? NONE : turns[next - 1];
+    }
 
     int pipe = -1;
     std::vector<Turn> turns;

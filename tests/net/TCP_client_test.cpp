@@ -1,5 +1,6 @@
 #include "util/net/TCP_client.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Debug_output.h"
 #include "tests/support/Interposed_sockets.h"
 
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +25,8 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -185,6 +189,13 @@ public:
         if (::poll(&entry, 1, LIMIT_MS) != 1)
             std::abort();
         return ::accept(fd, nullptr, nullptr);
+    }
+
+    /// @return -1 when nobody comes
+    int accept_within(int limit_ms) const
+    {
+        pollfd entry{fd, POLLIN, 0};
+        return ::poll(&entry, 1, limit_ms) == 1 ? ::accept(fd, nullptr, nullptr) : -1;
     }
 
     int port = 0;
@@ -495,6 +506,58 @@ TEST(TCP_client, connects_to_a_name_or_a_number_with_and_without_time_limit)
             EXPECT_EQ(3, ::recv(accepted, received, 3, MSG_WAITALL));
             ::close(accepted);
         }
+}
+
+TEST(TCP_client, connects_on_any_number_of_threads_at_once)
+{
+    static constexpr std::size_t THREADS = 4;
+    static constexpr std::size_t CALLS = 50;
+    struct Calls : Interposed_sockets {
+        int connect(int fd, const sockaddr* address, socklen_t size) override
+        {
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                const std::size_t all = (arrived++ / THREADS + 1) * THREADS;
+                met.notify_all();
+                met.wait_for(lock, milliseconds(200), [this, all] { return arrived >= all; });
+            }
+            return Interposed_sockets::connect(fd, address, size);
+        }
+        std::mutex mutex;
+        std::condition_variable met; // all threads, each with a socket of its own
+        std::size_t arrived = 0;
+    };
+    const Calls calls;
+    const Peer peer;
+    Debug_output output;
+    const Client client("127.0.0.1", peer.port);
+    std::vector<int> fds[THREADS];
+    std::atomic<std::size_t> through{0};
+    std::vector<std::thread> threads;
+    for (std::vector<int>& of_thread : fds)
+        threads.emplace_back([&client, &of_thread, &through] {
+            for (std::size_t i = 0; i < CALLS; ++i)
+                of_thread.push_back(client.open_connection(i % 2 == 0 ? -1 : LIMIT_MS));
+            ++through;
+        });
+    std::vector<int> accepted; // all the while, or the queue would fill
+    while (through < THREADS)
+        accepted.push_back(peer.accept_within(10));
+    for (std::thread& thread : threads)
+        thread.join();
+    std::set<int> distinct(accepted.begin(), accepted.end());
+    distinct.erase(-1);
+    accepted.assign(distinct.begin(), distinct.end());
+    distinct.clear();
+    for (const std::vector<int>& of_thread : fds)
+        distinct.insert(of_thread.begin(), of_thread.end());
+    EXPECT_THAT(distinct, SizeIs(THREADS * CALLS));
+    EXPECT_LE(0, *distinct.begin());
+    EXPECT_EQ(200, output.count(Debug_output::PRINT, message("Connected", "127.0.0.1", peer.port)));
+    for (const int fd : accepted)
+        ::close(fd);
+    for (const int fd : distinct)
+        ::close(fd);
 }
 
 TEST(TCP_client, leaves_the_connection_blocking_and_without_delay)
@@ -1556,6 +1619,40 @@ TEST(wait_shutdown_close, reports_what_cannot_be_shut_down_then_waits_for_it_and
     for (const int sd : sds)
         EXPECT_FALSE(is_open(sd));
     ::close(no_socket[1]);
+}
+
+TEST(wait_shutdown_close, allocates_nothing)
+{
+    if (!ALLOCATIONS_ARE_COUNTED)
+        GTEST_SKIP() << "the sanitizers bring their own malloc()";
+    struct Calls : Interposed_sockets {
+        int shutdown(int, int) override { return 0; } // the peers do not notice
+    };
+    const Calls calls;
+    std::int64_t counted = -1;
+    for (int round = 0; round < 2; ++round) { // the first looks the C library's functions up
+        Connection gone;
+        const Connection silent;
+        const Connection silent_too;
+        gone.hang_up();
+        const int sds[] = {gone.near, -1, silent.near, silent_too.near};
+        bool clean = false;
+        bool dirty = true;
+        error_output([&] {
+            const std::int64_t before = allocations();
+            clean = wait_shutdown_close(sds, 2, LIMIT_MS);
+            dirty = !wait_shutdown_close(sds + 2, 2, 5);
+            counted = allocations() - before;
+        });
+        EXPECT_TRUE(clean);
+        EXPECT_TRUE(dirty);
+    }
+    EXPECT_EQ(0, counted);
+    const std::int64_t before = allocations();
+    const auto one = std::make_unique<char[]>(10);
+    const char* volatile used = one.get(); // or the compiler would leave it out
+    static_cast<void>(used);
+    EXPECT_LT(before, allocations());
 }
 
 TEST(wait_shutdown_close, goes_on_past_a_descriptor_that_is_not_open)

@@ -245,6 +245,10 @@ TEST_F(Signal_sender, starts_without_private_data)
     EXPECT_FALSE(emit_number(1));
     EXPECT_FALSE(sender.disconnect(nullptr, nullptr, nullptr, nullptr));
     EXPECT_EQ("Signal sender NULL\n", printed(sender));
+    const Receiver receiver(calls);
+    const Qt_output output;
+    EXPECT_FALSE(sender.disconnect(nullptr, nullptr, &receiver, "number(int)")); // the slot is not looked at
+    EXPECT_THAT(Qt_output::take(), IsEmpty());
 }
 
 TEST_F(Signal_sender, has_empty_private_data_between_init_and_deinit)
@@ -524,6 +528,7 @@ TEST_F(Signal_sender, normalises_the_slot)
          {Case{"1number(int)", "number(int)"},
           {"1 number ( int ) ", "number(int)"},
           {"1number (int)", "number(int)"},
+          {"1\tnumber\t(int)", "number(int)"},
           {"1number(const int&)", "number(int)"},
           {"1number(const int)", "number(int)"},
           {"1text(QString)", "text(QString)"},
@@ -548,6 +553,43 @@ TEST_F(Signal_sender, normalises_the_slot)
         EXPECT_TRUE(fresh.disconnect("p", "2changed()", nullptr, each.slot));
         EXPECT_TRUE(fresh.empty());
     }
+}
+
+TEST_F(Signal_sender, finds_a_slot_by_any_spelling_that_Qt_normalises_to_it)
+{
+    Receiver receiver(calls);
+    const QMetaObject& meta = *receiver.metaObject();
+    std::vector<std::string> slots_by_index;
+    for (int i = 0; i < meta.methodCount(); ++i)
+        slots_by_index.push_back(
+            QMetaObject::normalizedSignature(meta.method(i).methodSignature().constData()).toStdString());
+    const Qt_output silenced;
+    std::mt19937 random(2);
+    const auto below = [&random](std::size_t limit) { return random() % limit; };
+    int found = 0;
+    constexpr int ROUNDS = 20000;
+    for (int i = 0; i < ROUNDS && !HasFailure(); ++i) {
+        std::string text = slots_by_index[below(slots_by_index.size())];
+        for (std::size_t count = below(5); count > 0; --count) {
+            std::size_t at = below(text.size() + 1); // in the middle of a word, too
+            if (below(3) != 0)
+                at = std::min(text.find_first_of("(,<>)", at), text.size()) + below(2);
+            text.insert(std::min(at, text.size()), 1, " \t"[below(2)]);
+        }
+        SCOPED_TRACE(text);
+        const std::string normalised = QMetaObject::normalizedSignature(text.c_str()).toStdString();
+        const bool is_slot =
+            std::find(slots_by_index.begin(), slots_by_index.end(), normalised) != slots_by_index.end();
+        found += is_slot ? 1 : 0;
+        Sender fresh;
+        EXPECT_EQ(is_slot, fresh.connect("p", "2f()", &receiver, ("1" + text).c_str()));
+        EXPECT_EQ(is_slot ? "Signal sender:\n    P:p\n        Sig:f()\n            Slot:" + normalised + "\n"
+                          : "Signal sender NULL\n",
+                  printed(fresh));
+        Qt_output::take();
+    }
+    EXPECT_LE(ROUNDS / 4, found);
+    EXPECT_GE(ROUNDS * 3 / 4, found);
 }
 
 TEST_F(Signal_sender, normalises_the_signal_and_skips_its_first_character_whatever_it_is)

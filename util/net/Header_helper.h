@@ -24,7 +24,8 @@
 ///
 /// A head that is longer than the buffer comes piece by piece, each from a builder of its own that may truncate
 /// and starts at minus the length of the pieces before it (see set_index()): as long as a builder has
-/// overflowed, its buffer holds the next `size` - 1 bytes and there may be more.
+/// overflowed, its buffer holds the next `size` - 1 bytes and there may be more. An addition that was cut
+/// because `allow_truncation` is set answers true.
 ///
 /// Texts are never null except for the host, never lie in the buffer, and are written as they are: line ends or
 /// blanks in them are not looked for. One thread at a time.
@@ -42,9 +43,8 @@ public:
     const type_t* types; ///< `count` entries, the caller's
     std::int32_t count;  ///< of table entries
     std::int32_t index; ///< bytes produced so far, stored or not; negative: that many are still to be skipped
-    bool
-        allow_truncation; ///< cut at the end of the buffer instead of refusing what has no room; the caller's
-    bool overflowed;      ///< something did not fit; only a new builder starts without it
+    bool allow_truncation; ///< cut what has no room instead of refusing it; the caller's
+    bool overflowed;       ///< something did not fit; only a new builder starts without it
 
     /// Starts without a buffer.
     ///
@@ -80,7 +80,7 @@ public:
     /// @param host  null or empty for the form without a host, where the port does not matter
     /// @return false with nothing written when there is no room or `overflowed` was set. A line that takes the
     ///         buffer up to its last byte or the one before is not refused, but cut or stored as write() does,
-    ///         which sets `overflowed`. It is also true for a line that was allowed to be truncated.
+    ///         which sets `overflowed`.
     bool add_http_start(const char* method, const char* path, const char* host, int port);
 
     /// Appends "NAME: VALUE" and a line end.
