@@ -273,7 +273,7 @@ QString Console::alarm() const
     if (fixes.state() == Source::State::lost)
         return QString("Connection to %1 lost – trying again").arg(fixes.detail());
     if (fixes.is_live() && now.number > 0 && !now.has_fix)
-        return QString("The receiver is silent – steering stopped");
+        return QStringLiteral("The receiver is silent – steering stopped");
     if (!records.problem().isEmpty())
         return QString("Nothing is recorded: %1").arg(records.problem());
     if (version.verdict() == Firmware::Verdict::too_old)

@@ -8,9 +8,9 @@
 /// Serves lines of text to any number of viewers, on a thread of its own.
 class Epoch_server : public TCP_server_buffered {
 public:
-    /// @param port  0: any that is free
+    /// @param wanted  0: any that is free
     /// @throw std::runtime_error  when the port cannot be had
-    explicit Epoch_server(int port);
+    explicit Epoch_server(int wanted);
     ~Epoch_server() override;
     Epoch_server(const Epoch_server&) = delete;
     Epoch_server& operator=(const Epoch_server&) = delete;

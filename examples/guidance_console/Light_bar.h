@@ -12,7 +12,7 @@ public:
     /// Lamps on either side of the middle one.
     static constexpr int LAMPS = 14;
 
-    explicit Light_bar(const Console& console);
+    explicit Light_bar(const Console& shown);
 
     /// How many lamps burn, and on which side: negative to the left. The middle one always does.
     static int lamps(double off_seen);

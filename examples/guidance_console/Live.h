@@ -21,7 +21,7 @@ public:
         std::function<void()> lost;
     };
 
-    Receiver_link(const QString& host, int host_port, Listener listener);
+    Receiver_link(const QString& host, int host_port, Listener told);
     ~Receiver_link() override;
 
     int handle_read(int socket) override;

@@ -13,7 +13,7 @@ class Log_panel : public QWidget {
     Q_OBJECT
 
 public:
-    Log_panel(Console& console, const Actions& actions);
+    Log_panel(Console& console, const Actions& raised);
 
     Util::Log_item_priority least() const { return shown_from; }
     void apply_theme();

@@ -230,10 +230,11 @@ void Plan_view::draw_grid(QPainter& painter) const
     const QRectF seen = seen_field();
     const QTransform transform = to_screen();
     painter.setPen(QPen(theme().grid, 1.0));
-    for (double x = std::floor(seen.left() / step) * step; x <= seen.right(); x += step)
-        painter.drawLine(transform.map(QLineF(x, seen.top(), x, seen.bottom())));
-    for (double y = std::floor(seen.top() / step) * step; y <= seen.bottom(); y += step)
-        painter.drawLine(transform.map(QLineF(seen.left(), y, seen.right(), y)));
+    const auto line_before = [step](double place) { return static_cast<int>(std::floor(place / step)); };
+    for (int column = line_before(seen.left()); column <= line_before(seen.right()); ++column)
+        painter.drawLine(transform.map(QLineF(column * step, seen.top(), column * step, seen.bottom())));
+    for (int row = line_before(seen.top()); row <= line_before(seen.bottom()); ++row)
+        painter.drawLine(transform.map(QLineF(seen.left(), row * step, seen.right(), row * step)));
 }
 
 /// The parallels that can be seen, each across the whole view: guidance knows no ends.
