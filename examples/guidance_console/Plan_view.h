@@ -27,7 +27,7 @@ public:
     /// Where a place of the field's plane is on the widget.
     QPointF on_screen(const Math2D::Point& place) const;
 
-public slots:
+public slots: // NOLINT(readability-redundant-access-specifiers): the word is moc's
     void zoom_in();
     void zoom_out();
     void set_following(bool on);

@@ -10,7 +10,6 @@ constexpr double FIELD_HEADING = 72.0 * RADIANS_PER_DEGREE;
 constexpr double HEADLAND = 8.0;  // metres beyond the line's ends
 constexpr double TURN_DEG = 30.0; // at this angle the vehicle comes back some 9 m beside
 constexpr double TURNED_WITHIN_DEG = 25.0;
-constexpr double TURN_S = 20.0;    // at the latest the driver lets go then
 constexpr int EPOCHS_PER_SKY = 10; // receivers report satellites once a second
 
 Line_ends field_across()

@@ -11,7 +11,7 @@ class Simulation : public Paced_source {
 public:
     /// @param line  where to drive; nothing: a line of 120 m across a field
     /// @param seed  another number is another drive
-    Simulation(const std::optional<Line_ends>& line, std::uint32_t seed, double speed);
+    Simulation(const std::optional<Line_ends>& given, std::uint32_t seed, double speed);
 
     QString kind() const override { return "SIMULATION"; }
     QString detail() const override;

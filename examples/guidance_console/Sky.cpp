@@ -46,8 +46,8 @@ QString name(Constellation constellation)
 
 Constellation constellation_of(int id)
 {
-    const auto found = std::find_if(SERVICES.begin(), SERVICES.end(),
-                                    [id](const Service& service) { return service.has(id); });
+    const auto* const found = std::find_if(SERVICES.begin(), SERVICES.end(),
+                                           [id](const Service& service) { return service.has(id); });
     return static_cast<Constellation>(found - SERVICES.begin());
 }
 

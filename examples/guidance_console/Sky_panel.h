@@ -10,7 +10,7 @@ class Sky_panel : public QWidget {
     Q_OBJECT
 
 public:
-    explicit Sky_panel(const Console& console);
+    explicit Sky_panel(const Console& shown);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -11,7 +11,7 @@ class Status_strip : public QWidget {
     Q_OBJECT
 
 public:
-    explicit Status_strip(const Console& console);
+    explicit Status_strip(const Console& shown);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

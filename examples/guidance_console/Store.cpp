@@ -188,12 +188,12 @@ void Store::save(const Settings& settings)
         say(QString("%1 cannot be written").arg(SETTINGS_FILE));
 }
 
-bool Store::put(const char* name, const QByteArray& bytes)
+bool Store::put(const char* name, const QByteArray& content)
 {
     if (!mounted)
         return false;
     pcfRemove(name);
-    if (append(name, bytes))
+    if (append(name, content))
         return true;
     say(QString("%1 cannot be written").arg(name));
     return false;

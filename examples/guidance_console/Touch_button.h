@@ -13,16 +13,16 @@ public:
     enum class Glyph { none, plus, minus, left, right, follow, north, trends, sky, tune, log, moon };
     enum class Role { plain, go, stop };
 
-    explicit Touch_button(const QString& text, Glyph glyph = Glyph::none);
+    explicit Touch_button(const QString& text, Glyph drawn = Glyph::none);
 
     /// @param keys  that press the button, wherever the window's eyes are: see Window
     void set_keys(const QString& keys, const QString& tip);
     const QString& keys() const { return shortcut_text; }
 
-    void set_role(Role role);
+    void set_role(Role changed);
 
     /// A quiet button lies on a map or in a strip and has no shortcut corner.
-    void set_quiet(bool quiet);
+    void set_quiet(bool changed);
 
     QSize sizeHint() const override;
 

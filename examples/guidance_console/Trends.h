@@ -15,7 +15,7 @@ class Trends : public QWidget {
     Q_OBJECT
 
 public:
-    explicit Trends(const Console& console);
+    explicit Trends(const Console& shown);
 
     /// Takes up what came since, when it is to be seen.
     void advance();

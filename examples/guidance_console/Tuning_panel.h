@@ -11,7 +11,7 @@ class Tuning_panel : public QWidget {
     Q_OBJECT
 
 public:
-    Tuning_panel(const Console& console, const Actions& actions);
+    Tuning_panel(const Console& shown, const Actions& raised);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -23,11 +23,11 @@ class Window : public QWidget {
 public:
     enum Page { TRENDS, SKY, TUNE, LOG };
 
-    Window(Console& console, const Actions& actions);
+    Window(Console& shown, const Actions& actions);
 
     Page page() const;
 
-public slots:
+public slots: // NOLINT(readability-redundant-access-specifiers): the word is moc's
     void show_page(int page);
     void set_night(bool on);
 
