@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -87,7 +88,7 @@ public:
     void send(const std::string& line)
     {
         write_to_all_connections(reinterpret_cast<const unsigned char*>(line.data()),
-                                 static_cast<unsigned>(line.size()));
+                                 static_cast<unsigned>(std::uint64_t{line.size()}));
     }
 
 private:
