@@ -15,7 +15,7 @@ std::string base_directory_of_environment()
 {
     if (std::string chosen = environment("QUARVEL_BASE_DIR"); !chosen.empty())
         return chosen;
-    // A relative data home is invalid by the specification, and ignored.
+    // A relative data home is invalid, and ignored.
     if (const std::string data_home = environment("XDG_DATA_HOME"); data_home.rfind('/', 0) == 0)
         return data_home + "/quarvelutil";
     if (const std::string home = environment("HOME"); !home.empty())

@@ -13,7 +13,7 @@ public:
     /// Where data that stay are kept; always ends in "/". The folder need not exist.
     ///
     /// The environment variable QUARVEL_BASE_DIR when it is set and not empty, else "quarvelutil/" in the
-    /// data home of the XDG Base Directory Specification: $XDG_DATA_HOME, else $HOME/.local/share. Read once,
+    /// data home of the freedesktop XDG base directories: $XDG_DATA_HOME, else $HOME/.local/share. Read once,
     /// when the object is made; without any of them it is the working folder, "./". Any thread.
     const std::string& base_directory() const;
 
