@@ -18,7 +18,7 @@ public:
     static constexpr double CLOSEST = 200.0; ///< pixels a metre
     static constexpr double FARTHEST = 0.02;
 
-    explicit Plan_view(const Console& console);
+    explicit Plan_view(const Console& shown);
 
     double scale() const { return pixels_a_metre; }
     bool follows() const { return following; }
