@@ -17,6 +17,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -321,9 +322,12 @@ bool TCP_server_buffered::told_to_quit()
     if (count < 0 && errno != EAGAIN)
         give_up("error in wake fd");
     for (ssize_t i = 0; i < count; ++i) {
-        if (values[i] == WAKE)
+        if (values[i] == WAKE) {
             wake_pending.exchange(false);
-        else if (values[i] == QUIT)
+            // Who wrote it may still be in its call, and have more to say: where both share a core, it would wait
+            // until this turn has served every client.
+            std::this_thread::yield();
+        } else if (values[i] == QUIT)
             return true;
     }
     return false;
