@@ -4,9 +4,10 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 
 if(NOT QUARVEL_SYSROOT)
-  set(QUARVEL_SYSROOT "$ENV{QUARVEL_SYSROOT}" CACHE PATH "Debian armhf tree with Qt 5 and GoogleTest")
+  set(QUARVEL_SYSROOT "$ENV{QUARVEL_SYSROOT}" CACHE PATH "Debian armhf tree with Qt 5 and GoogleTest" FORCE)
 endif()
-if(NOT EXISTS "${QUARVEL_SYSROOT}/usr/include")
+# Without this an empty name would have the host's /usr looked through.
+if(NOT QUARVEL_SYSROOT OR NOT IS_DIRECTORY "${QUARVEL_SYSROOT}/usr/include")
   message(FATAL_ERROR "QUARVEL_SYSROOT '${QUARVEL_SYSROOT}' is no sysroot: run ./dev arm, which makes one")
 endif()
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUARVEL_SYSROOT)
