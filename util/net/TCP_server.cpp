@@ -2,6 +2,7 @@
 
 #include "platform/Debug.h"
 #include "util/net/Owned_lock_private.h"
+#include "util/net/Server_socket_private.h"
 #include "util/net/TCP_client.h"
 
 #include <algorithm>
@@ -48,12 +49,6 @@ bool is_exceptional(const pollfd& watched)
 pollfd watching(int fd)
 {
     return {fd, POLLIN | POLLPRI, 0};
-}
-
-bool enable(int sd, int level, int option)
-{
-    const int on = 1;
-    return ::setsockopt(sd, level, option, &on, sizeof on) == 0;
 }
 
 void set_nonblocking(int sd)
@@ -138,20 +133,14 @@ bool TCP_server::open(int new_port)
         return false;
     }
 
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<std::uint16_t>(new_port));
-    auto* const any_address = reinterpret_cast<sockaddr*>(&address);
-    socklen_t size = sizeof address;
-    if (::bind(listen_sd, any_address, size) < 0) {
+    const int bound_port = bind_to_port(listen_sd, new_port);
+    if (bound_port < 0) {
         std::perror("cannot bind port ");
         ::close(listen_sd);
         listen_sd = -1;
         return false;
     }
-    ::getsockname(listen_sd, any_address, &size); // where it fails, the port asked for stands
-    port = ntohs(address.sin_port);
+    port = bound_port;
     Debug::Channel::print(CATEGORY, "  Bound to port %i\n", port);
     ::listen(listen_sd, BACKLOG); // where it fails, accept() tells
     return true;
@@ -290,7 +279,8 @@ void TCP_server::serve_readable(Turn& turn)
 
 void TCP_server::shut_down()
 {
-    // Without the lock, which a writer may hold who tries a full connection again and again: this sets it free.
+    // Without the lock, which a writer may hold who tries a full connection again and again:
+    // this sets it free.
     wait_shutdown_close(connections, MAX_CLIENTS, QUIT_TIMEOUT_MS);
     const int ends[] = {notify_pipe[WRITE_END].exchange(-1), notify_pipe[READ_END].exchange(-1)};
     const int listening = std::exchange(listen_sd, -1);

@@ -3,10 +3,10 @@
 #include "platform/Atime.h"
 #include "platform/Debug.h"
 #include "util/net/Owned_lock_private.h"
+#include "util/net/Server_socket_private.h"
 #include "util/net/TCP_client.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -59,14 +59,8 @@ void close_if_open(int fd)
         ::close(fd);
 }
 
-bool set_option(int sd, int level, int option)
-{
-    const int on = 1;
-    return ::setsockopt(sd, level, option, &on, sizeof on) == 0;
-}
-
-/// Keeps SIGPIPE from the calling thread from the first begin() on: a client that resets must not end a process
-/// that does not ignore it.
+/// Keeps SIGPIPE from the calling thread from the first begin() on: a client that resets must not end a
+/// process that does not ignore it.
 class Sigpipe_guard {
 public:
     Sigpipe_guard() = default;
@@ -157,8 +151,8 @@ int TCP_server_buffered::write_to_all_connections(const unsigned char* data, uns
         }
         write_buffer.write(data, count);
     }
-    // Exchanged here and where the loop takes the byte: when this finds one pending, the loop has yet to take it
-    // and then sees these bytes.
+    // Exchanged here and where the loop takes the byte: when this finds one pending, the loop has yet to take
+    // it and then sees these bytes.
     if (wake && !wake_pending.exchange(true))
         notify(WAKE, "could not wake");
     return count;
@@ -240,23 +234,17 @@ bool TCP_server_buffered::listen_on(int wanted_port)
         std::perror("cannot open socket ");
         return false;
     }
-    if (!set_option(listen_sd, SOL_SOCKET, SO_REUSEADDR))
+    if (!enable(listen_sd, SOL_SOCKET, SO_REUSEADDR))
         std::perror("setsockopt(SO_REUSEPORT)"); // deliberate: the text names the other option
-    if (!set_option(listen_sd, IPPROTO_TCP, TCP_NODELAY))
+    if (!enable(listen_sd, IPPROTO_TCP, TCP_NODELAY))
         std::perror("setsockopt(TCP_NODELAY)"); // clients inherit it
 
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<std::uint16_t>(wanted_port));
-    auto* const any_address = reinterpret_cast<sockaddr*>(&address);
-    socklen_t size = sizeof address;
-    if (::bind(listen_sd, any_address, size) < 0) {
+    const int bound_port = bind_to_port(listen_sd, wanted_port);
+    if (bound_port < 0) {
         std::perror("cannot bind port ");
         return false;
     }
-    ::getsockname(listen_sd, any_address, &size); // else the wanted port stands
-    port = ntohs(address.sin_port);
+    port = bound_port;
     Debug::Channel::print(NETWORKING, "  Bound to port %i\n", port);
     ::fcntl(listen_sd, F_SETFL, ::fcntl(listen_sd, F_GETFL) | O_NONBLOCK);
     ::listen(listen_sd, BACKLOG);
@@ -403,8 +391,8 @@ bool TCP_server_buffered::send_to_clients(bool turns_follow)
     return drained;
 }
 
-// While there is more to come, and the next turn follows at once, the system gathers the pieces: one segment then
-// leaves instead of three.
+// While there is more to come, and the next turn follows at once, the system gathers the pieces: one segment
+// then leaves instead of three.
 void TCP_server_buffered::hold_back(int sd, bool on)
 {
     const auto client = static_cast<std::size_t>(sd);
