@@ -1,11 +1,12 @@
 #include "util/file_ops.h"
 
+#include "tests/support/Temporary_folder.h"
+
 #include <benchmark/benchmark.h>
 #include <gnu/libc-version.h>
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -21,22 +22,8 @@ constexpr std::size_t COPIED = std::size_t{64} << 20;
 constexpr int REMOVED_FILES = 10000;
 constexpr int FILES_IN_A_FOLDER = 100;
 
-/// A folder of this run's own; the file system that it lies on is measured as well.
-class Scratch {
-public:
-    explicit Scratch(const fs::path& parent)
-    {
-        std::string name = (parent / "file_ops_bench.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        folder = name;
-    }
-    ~Scratch() { fs::remove_all(folder); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    fs::path folder;
-};
+// The file system that a folder lies on is measured as well.
+using Scratch = Temporary_folder;
 
 void write_source(const fs::path& path)
 {
@@ -81,8 +68,8 @@ bool same_content(const fs::path& one, const fs::path& other)
 /// Into a new file each time: the one before is removed outside the time that counts.
 void copy(benchmark::State& state, const Scratch& scratch, bool (*copy_one)(const fs::path&, const fs::path&))
 {
-    const fs::path from = scratch.folder / "from";
-    const fs::path to = scratch.folder / "to";
+    const fs::path from = scratch.path("from");
+    const fs::path to = scratch.path("to");
     if (!fs::exists(from))
         write_source(from);
     for (auto _ : state) {
@@ -121,7 +108,7 @@ void make_tree(const fs::path& tree)
 
 void remove(benchmark::State& state, const Scratch& scratch, bool (*remove_tree)(const fs::path&))
 {
-    const fs::path tree = scratch.folder / "tree";
+    const fs::path tree = scratch.path("tree");
     for (auto _ : state) {
         make_tree(tree);
         const auto start = std::chrono::steady_clock::now();

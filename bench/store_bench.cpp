@@ -1,5 +1,7 @@
 #include "util/rtems_compat/compat_pcfile.h"
 
+#include "tests/support/Temporary_folder.h"
+
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <gnu/libc-version.h>
@@ -21,39 +23,28 @@ namespace fs = std::filesystem;
 
 constexpr int RECORD = 64;
 
-/// A folder of this run's own; the file system that it lies on is measured as well.
-class Scratch {
+/// The file system that it lies on is measured as well.
+class Scratch : public Temporary_folder {
 public:
-    explicit Scratch(const fs::path& parent)
-    {
-        std::string name = (parent / "store_bench.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        folder = name;
-    }
-    ~Scratch() { fs::remove_all(folder); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
+    using Temporary_folder::Temporary_folder;
 
     /// A folder in it that holds so many files, made when first asked for.
     fs::path filled(int files) const
     {
-        fs::path filled = folder / std::to_string(files);
+        const fs::path filled = path(std::to_string(files));
         if (fs::create_directory(filled))
             for (int i = 0; i < files; ++i)
                 std::ofstream(filled / ("20260401_" + std::to_string(i) + ".log")) << i;
         return filled;
     }
-
-    fs::path folder;
 };
 
 /// The store is mounted once in a process, so it is mounted on a link, which leads to one folder or another.
 class Store {
 public:
-    explicit Store(const Scratch& scratch) : link(scratch.folder / "store"), next(scratch.folder / "next")
+    explicit Store(const Scratch& scratch) : link(scratch.path("store")), next(scratch.path("next"))
     {
-        lead_to(scratch.folder);
+        lead_to(scratch.path());
         if (!pcfIsMounted(link.c_str()))
             std::abort();
     }
@@ -159,7 +150,7 @@ void list(benchmark::State& state, const Store& store, const fs::path& folder, i
 
 void register_write(const Store& store, const Scratch& scratch, const std::string& place)
 {
-    const fs::path folder = scratch.folder;
+    const fs::path folder = scratch.path();
     benchmark::RegisterBenchmark(
         ("pcfWrite/ours/64 B, " + place).c_str(),
         [&store, folder](benchmark::State& state) { write_ours(state, store, folder); });

@@ -161,7 +161,8 @@ Bytes from_hex(const std::string& text)
     return bytes;
 }
 
-/// The length of the whole frame of the receiver's binary protocol that starts here, with a right CRC; else 0.
+/// The length of the whole frame of the receiver's binary protocol that starts here,
+/// with a right CRC; else 0.
 unsigned good_frame(const unsigned char* data, std::size_t available)
 {
     constexpr unsigned HEAD = 6;

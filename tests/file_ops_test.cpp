@@ -1,6 +1,7 @@
 #include "util/file_ops.h"
 
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Temporary_folder.h"
 
 #include <QDir>
 #include <QFile>
@@ -36,60 +37,23 @@ static_assert(
     std::is_same_v<size_t (*)(const void*, size_t, size_t, FILE*), decltype(&file_ops_stream_write)>);
 static_assert(std::is_same_v<bool (*)(const char*, const char*), decltype(&copy_file)>);
 
-/// A folder of the test's own, by its canonical path, and the working directory meanwhile.
-class Scratch {
+/// A folder of the test's own, which is the working directory meanwhile.
+class Scratch : public Temporary_folder {
 public:
-    Scratch() : before(fs::current_path())
-    {
-        std::string name = (fs::canonical(fs::temp_directory_path()) / "file_ops.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        root = name;
-        fs::current_path(root);
-    }
-    ~Scratch()
-    {
-        fs::current_path(before);
-        fs::remove_all(root);
-    }
+    Scratch() { fs::current_path(path()); }
+    ~Scratch() { fs::current_path(before); }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
 
-    std::string path(const std::string& below = "") const
+    std::string file(const std::string& name, const std::string& bytes = "x", mode_t mode = 0644) const
     {
-        return below.empty() ? root.string() : (root / below).string();
-    }
-    std::string file(const std::string& below, const std::string& content = "x", mode_t mode = 0644) const
-    {
-        fs::create_directories((root / below).parent_path());
-        std::ofstream(root / below, std::ios::binary) << content;
-        if (chmod(path(below).c_str(), mode) != 0)
+        if (chmod(Temporary_folder::file(name, bytes).c_str(), mode) != 0)
             std::abort();
-        return path(below);
-    }
-    std::string folder(const std::string& below) const
-    {
-        fs::create_directories(root / below);
-        return path(below);
-    }
-    std::string link(const std::string& below, const std::string& target) const
-    {
-        fs::create_symlink(target, root / below);
-        return path(below);
-    }
-    /// What is in the folder, whole paths below it, in order; links are not followed.
-    std::vector<std::string> entries() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::recursive_directory_iterator(root))
-            names.push_back(fs::path(entry.path()).lexically_relative(root).string());
-        std::sort(names.begin(), names.end());
-        return names;
+        return path(name);
     }
 
 private:
-    fs::path before;
-    fs::path root;
+    const fs::path before = fs::current_path();
 };
 
 using Names = std::vector<std::string>;
@@ -133,12 +97,6 @@ std::string error_output(CALL call)
 std::string line(const std::string& prefix, int error)
 {
     return prefix + ": " + std::strerror(error) + "\n";
-}
-
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
 }
 
 /// No entry of any file system can be removed while this stands: what is asked to remove the root, does not.

@@ -1,6 +1,6 @@
-// Programs are compiled against these declarations and find the functions by their mangled names: the order and
-// the types of the parameters, const members, and what goes by value or by reference. What is not const here
-// takes no const object; that is meant.
+// Programs are compiled against these declarations and find the functions by their mangled names: the order
+// and the types of the parameters, const members, and what goes by value or by reference. What is not const
+// here takes no const object; that is meant.
 
 #include "util/Dumper.h"
 #include "util/GPS/Coordinate_converter.h"
@@ -15,8 +15,25 @@
 #include "util/guidance/PID.h"
 #include "util/log/Log_item.h"
 #include "util/log/Log_item_sender.h"
+#include "util/net/Download_predictor.h"
+#include "util/net/Header_helper.h"
+#include "util/net/Multiread_cbuf_safer.h"
+#include "util/net/TCP_client.h"
+#include "util/net/TCP_client_task.h"
+#include "util/net/TCP_server.h"
+#include "util/net/TCP_server_buffered.h"
+#include "util/qt/QObject_instance_tracker.h"
+#include "util/qt/QWidget_global_instance_tracker.h"
+#include "util/qt/Qt_image_utils.h"
+#include "util/qt/Signal_sender.h"
+#include "util/rtems_compat/compat_cfile.h"
+#include "util/rtems_compat/compat_pcfile.h"
 #include "util/text.h"
 
+#include <QImage>
+#include <QObject>
+#include <QSet>
+#include <QSize>
 #include <QString>
 
 #include <cstdint>
@@ -297,6 +314,200 @@ static_assert(std::is_same_v<decltype(&Log_item_sender::submit), void (Log_item_
 static_assert(std::is_same_v<decltype(&Log_item_sender::proxy), void (Log_item_sender::*)(Log_item)>);
 static_assert(
     std::is_same_v<decltype(&Log_item_sender::forward_to), void (Log_item_sender::*)(Log_item_sender&)>);
+
+// ---- net
+
+static_assert(std::is_same_v<decltype(&wait_shutdown_close), bool (*)(const int*, unsigned, int)>);
+static_assert(std::is_default_constructible_v<TCP_client>);
+static_assert(std::is_constructible_v<TCP_client, const char*, int>);
+static_assert(std::is_same_v<decltype(&TCP_client::set_address), bool (TCP_client::*)(const char*, int)>);
+static_assert(std::is_same_v<decltype(&TCP_client::set_port), bool (TCP_client::*)(int)>);
+static_assert(std::is_same_v<decltype(&TCP_client::open_connection), int (TCP_client::*)(int) const>);
+static_assert(std::is_same_v<decltype(&TCP_client::open), bool (TCP_client::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_client::close), void (TCP_client::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_client::read), int (TCP_client::*)(unsigned char*, unsigned)>);
+static_assert(
+    std::is_same_v<decltype(&TCP_client::write), int (TCP_client::*)(const unsigned char*, unsigned)>);
+
+// Of a class that others derive from the constructors are seen in one that does.
+struct Client_task : TCP_client_task {
+    using TCP_client_task::TCP_client_task;
+    int handle_read(int) override { return -1; }
+    void handle_write(int) override {}
+};
+static_assert(std::is_default_constructible_v<Client_task>);
+static_assert(std::is_constructible_v<Client_task, const char*, int>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::handle_read), int (TCP_client_task::*)(int)>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::handle_write), void (TCP_client_task::*)(int)>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::is_write_data_avail), bool (TCP_client_task::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::init), void (TCP_client_task::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::open), bool (TCP_client_task::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_client_task::close), bool (TCP_client_task::*)()>);
+static_assert(
+    std::is_same_v<decltype(&TCP_client_task::notify_write_data_avail), void (TCP_client_task::*)()>);
+static_assert(
+    std::is_same_v<decltype(&TCP_client_task::set_reconnect_period), void (TCP_client_task::*)(int)>);
+static_assert(
+    std::is_same_v<decltype(&TCP_client_task::set_connect_timeout), void (TCP_client_task::*)(int)>);
+
+static_assert(std::is_same_v<decltype(&TCP_server::open), bool (TCP_server::*)(int)>);
+static_assert(std::is_same_v<decltype(&TCP_server::run), void (TCP_server::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_server::quit), void (TCP_server::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_server::num_connections), int (TCP_server::*)() const>);
+static_assert(std::is_same_v<decltype(&TCP_server::write_to_all_connections),
+                             bool (TCP_server::*)(const unsigned char*, unsigned, int)>);
+static_assert(std::is_same_v<decltype(&TCP_server::_write_to_all_connections),
+                             bool (TCP_server::*)(const unsigned char*, unsigned, int)>);
+static_assert(
+    std::is_same_v<decltype(&TCP_server::handle_data), int (TCP_server::*)(int, unsigned char*, int)>);
+static_assert(std::is_same_v<decltype(&TCP_server::handle_disconnected), void (TCP_server::*)(int)>);
+
+struct Buffered_server : TCP_server_buffered {
+    using TCP_server_buffered::TCP_server_buffered;
+    void handle_data(int, unsigned char*, int) override {}
+};
+static_assert(std::is_constructible_v<Buffered_server, int> && std::is_convertible_v<int, Buffered_server>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::handle_data),
+                             void (TCP_server_buffered::*)(int, unsigned char*, int)>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::write_to_all_connections),
+                             int (TCP_server_buffered::*)(const unsigned char*, unsigned)>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::run_blocking), bool (TCP_server_buffered::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::run_poll), bool (TCP_server_buffered::*)()>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::_run), bool (TCP_server_buffered::*)(bool)>);
+static_assert(std::is_same_v<decltype(&TCP_server_buffered::wait_quit), void (TCP_server_buffered::*)()>);
+static_assert(
+    std::is_same_v<decltype(&TCP_server_buffered::close_connection), int (TCP_server_buffered::*)(int)>);
+
+using Reader = Multiread_cbuf_safer::Reader<unsigned char>;
+static_assert(std::is_default_constructible_v<Multiread_cbuf_safer>);
+static_assert(std::is_same_v<decltype(&Multiread_cbuf_safer::write),
+                             void (Multiread_cbuf_safer::*)(const unsigned char*, int)>);
+static_assert(
+    std::is_same_v<decltype(&Multiread_cbuf_safer::total), std::int32_t (Multiread_cbuf_safer::*)() const>);
+static_assert(std::is_constructible_v<Reader, const Multiread_cbuf_safer&>);
+static_assert(std::is_same_v<decltype(&Reader::unread), int (Reader::*)() const>);
+static_assert(std::is_same_v<decltype(&Reader::free_space), int (Reader::*)() const>);
+static_assert(std::is_same_v<decltype(&Reader::make_room), int (Reader::*)(int)>);
+static_assert(std::is_same_v<decltype(&Reader::copy), int (Reader::*)(unsigned char*, int) const>);
+static_assert(std::is_same_v<decltype(&Reader::advance), void (Reader::*)(int)>);
+
+static_assert(std::is_same_v<std::underlying_type_t<Header_helper::type_t>, std::uint32_t>);
+static_assert(std::is_constructible_v<Header_helper, const char**, const Header_helper::type_t*, int>);
+static_assert(std::is_same_v<decltype(&Header_helper::set_buf), void (Header_helper::*)(char*, int)>);
+static_assert(std::is_same_v<decltype(&Header_helper::set_index), void (Header_helper::*)(int)>);
+static_assert(
+    std::is_same_v<decltype(&Header_helper::get_line_type), int (Header_helper::*)(const char*) const>);
+static_assert(std::is_same_v<decltype(&Header_helper::write), void (Header_helper::*)(const char*, int)>);
+static_assert(std::is_same_v<decltype(&Header_helper::add_http_start),
+                             bool (Header_helper::*)(const char*, const char*, const char*, int)>);
+static_assert(
+    std::is_same_v<decltype(&Header_helper::add_header), bool (Header_helper::*)(int, const char*)>);
+static_assert(std::is_same_v<decltype(&Header_helper::add_http_finish), bool (Header_helper::*)()>);
+
+static_assert(std::is_same_v<decltype(&Download_predictor::get_estimate_seconds),
+                             double (Download_predictor::*)(unsigned, unsigned)>);
+static_assert(std::is_same_v<decltype(&Download_predictor::get_estimate),
+                             int (Download_predictor::*)(unsigned, unsigned)>);
+static_assert(std::is_same_v<decltype(&Download_predictor::end), double (Download_predictor::*)()>);
+
+// ---- Qt
+
+using Util::Signal_sender;
+static_assert(std::is_default_constructible_v<Signal_sender>);
+static_assert(std::is_same_v<decltype(&Signal_sender::_init), void (Signal_sender::*)()>);
+static_assert(std::is_same_v<decltype(&Signal_sender::_deinit), void (Signal_sender::*)()>);
+static_assert(std::is_same_v<decltype(&Signal_sender::empty), bool (Signal_sender::*)() const>);
+static_assert(std::is_same_v<decltype(&Signal_sender::connect),
+                             bool (Signal_sender::*)(const char*, const char*, const QObject*, const char*)>);
+static_assert(
+    std::is_same_v<decltype(&Signal_sender::connected), int (Signal_sender::*)(const char*, const char*)>);
+static_assert(std::is_same_v<decltype(&Signal_sender::disconnect),
+                             bool (Signal_sender::*)(const char*, const char*, const QObject*, const char*)>);
+static_assert(
+    std::is_same_v<decltype(&Signal_sender::emit_signal),
+                   bool (Signal_sender::*)(const char*, const char*, QGenericArgument, QGenericArgument,
+                                           QGenericArgument, QGenericArgument, QGenericArgument,
+                                           QGenericArgument, QGenericArgument, QGenericArgument,
+                                           QGenericArgument, QGenericArgument) const>);
+static_assert(std::is_same_v<decltype(&Signal_sender::print), QString (Signal_sender::*)() const>);
+
+static_assert(std::is_constructible_v<QObject_instance_tracker, QString>);
+static_assert(std::is_same_v<decltype(&QObject_instance_tracker::construct),
+                             void (QObject_instance_tracker::*)(QObject*, QString, bool)>);
+static_assert(std::is_same_v<decltype(&QObject_instance_tracker::destruct),
+                             void (QObject_instance_tracker::*)(QObject*, QString)>);
+static_assert(std::is_same_v<decltype(&QObject_instance_tracker::handle_delete),
+                             void (QObject_instance_tracker::*)(QObject*)>);
+static_assert(std::is_same_v<decltype(&QObject_instance_tracker::print_instances),
+                             void (QObject_instance_tracker::*)(QObject*, QString, QString)>);
+
+using Widget_tracker = QWidget_global_instance_tracker;
+static_assert(std::is_constructible_v<Widget_tracker, QObject*>);
+static_assert(std::is_same_v<decltype(&Widget_tracker::reset), void (Widget_tracker::*)()>);
+static_assert(
+    std::is_same_v<decltype(&Widget_tracker::to_string), QString (Widget_tracker::*)(const QSet<QWidget*>&)>);
+static_assert(
+    std::is_same_v<decltype(&Widget_tracker::print), void (Widget_tracker::*)(const QSet<QWidget*>&)>);
+static_assert(std::is_same_v<decltype(&Widget_tracker::print_diff), void (Widget_tracker::*)()>);
+static_assert(std::is_same_v<decltype(&Widget_tracker::do_print_and_delete), void (Widget_tracker::*)()>);
+static_assert(
+    std::is_same_v<decltype(&Widget_tracker::do_wait_before_print_and_delete), void (Widget_tracker::*)()>);
+static_assert(std::is_same_v<decltype(&print_tree), void (*)(QWidget*, QString&, int, QSet<QWidget*>&)>);
+
+static_assert(std::is_same_v<decltype(&Qt_image_utils::trim_blank), QImage (*)(QImage, QSize, int)>);
+
+// ---- the file store
+
+static_assert(std::is_same_v<std::underlying_type_t<PcfResult>, int>);
+static_assert(std::is_same_v<decltype(&pcfIsMounted), bool (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&pcfDirectory), const char* (*)()>);
+static_assert(std::is_same_v<decltype(&pcfCheckName), bool (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&pcfOpenRead), PcfResult (*)(const char*, unsigned long, int*)>);
+static_assert(std::is_same_v<decltype(&pcfRead), int (*)(void*, int, PcfResult&, int)>);
+static_assert(std::is_same_v<decltype(&pcfCloseRead), PcfResult (*)(int)>);
+static_assert(is_overload<bool (*)(const char*)>(&pcfCreateWrite));
+static_assert(is_overload<bool (*)(const char*, int*)>(&pcfCreateWrite));
+static_assert(is_overload<bool (*)(const char*)>(&pcfOpenWrite));
+static_assert(is_overload<bool (*)(const char*, int*)>(&pcfOpenWrite));
+static_assert(std::is_same_v<decltype(&pcfOpenWriteImpl), bool (*)(const char*, int*, bool)>);
+static_assert(is_overload<int (*)(const void*, int)>(&pcfWrite));
+static_assert(is_overload<int (*)(const void*, int, int)>(&pcfWrite));
+static_assert(std::is_same_v<decltype(&pcfWriteImpl), int (*)(const void*, int, int)>);
+static_assert(is_overload<bool (*)()>(&pcfCloseWrite));
+static_assert(is_overload<bool (*)(int)>(&pcfCloseWrite));
+static_assert(std::is_same_v<decltype(&pcfCloseWriteImpl), bool (*)(int)>);
+static_assert(std::is_same_v<decltype(&pcfSize), int (*)(const char*, int*)>);
+static_assert(std::is_same_v<decltype(&pcfExists), bool (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&pcfSizeImpl), int (*)(const char*, int*, bool)>);
+static_assert(std::is_same_v<decltype(&pcfRemove), int (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&pcfGetNumFiles), int (*)()>);
+static_assert(std::is_same_v<decltype(&pcfGetFileName), bool (*)(int, char*)>);
+static_assert(std::is_same_v<decltype(&pcfFirst), const char* (*)(PcfFileInfo*)>);
+static_assert(std::is_same_v<decltype(&pcfNext), const char* (*)(PcfFileInfo*)>);
+static_assert(std::is_same_v<decltype(&pcfFormat), int (*)()>);
+static_assert(std::is_same_v<decltype(&pcfRemoveAll), PcfResult (*)()>);
+static_assert(std::is_same_v<decltype(&pcfInfo), bool (*)(PcfInfo&)>);
+static_assert(std::is_same_v<decltype(&pcfMountInProgress), int (*)()>);
+static_assert(std::is_same_v<decltype(&pcfRemoveOldest), PcfResult (*)()>);
+static_assert(std::is_same_v<decltype(&pcfRemount), PcfResult (*)(bool)>);
+static_assert(std::is_same_v<decltype(&pcfSetRmOld), void (*)(int)>);
+
+static_assert(std::is_same_v<decltype(&cfCreate), bool (*)(int, const char*)>);
+static_assert(std::is_same_v<decltype(&cfOpen), bool (*)(int, const char*)>);
+static_assert(std::is_same_v<decltype(&cfWrite), int (*)(int, const void*, int)>);
+static_assert(std::is_same_v<decltype(&cfClose), int (*)(int, bool)>);
+static_assert(std::is_same_v<decltype(&cfGetName), const char* (*)(int)>);
+static_assert(std::is_same_v<decltype(&cfExists), bool (*)()>);
+static_assert(std::is_same_v<decltype(&cfFindLog), int (*)(const char*)>);
+static_assert(std::is_same_v<decltype(&cfGetImplicit), bool (*)(int)>);
+static_assert(std::is_same_v<decltype(&cfSetImplicit), void (*)(int, bool)>);
+static_assert(std::is_same_v<decltype(&cfGetImplicitBits), unsigned long (*)()>);
+static_assert(std::is_same_v<decltype(&cfSetImplicitBits), void (*)(unsigned long)>);
+static_assert(std::is_same_v<decltype(&cfStartLogging), void (*)(const char*, bool, bool, bool)>);
+static_assert(std::is_same_v<decltype(&cfInit0), void (*)()>);
+static_assert(std::is_same_v<decltype(&cfInit), void (*)()>);
+static_assert(std::is_same_v<decltype(cf_file_name), char* [2]>);
+static_assert(sizeof cf_file_name_0 == 256 && sizeof cf_file_name_1 == 256);
 
 } // namespace
 

@@ -1,15 +1,14 @@
 #include "util/text.h"
 
+#include "tests/support/Temporary_folder.h"
+
 #include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
-#include <unistd.h>
 #include <vector>
 #include <wordexp.h>
 
@@ -76,23 +75,6 @@ private:
     const char* name;
     bool was_set = false;
     std::string old;
-};
-
-/// A folder of its own with the files named, gone with the object.
-class Folder {
-public:
-    explicit Folder(const std::vector<std::string>& names)
-    {
-        std::string pattern = testing::TempDir() + "text_test_XXXXXX";
-        path = mkdtemp(pattern.data());
-        for (const std::string& name : names)
-            std::ofstream(path + '/' + name).put('\n');
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string path;
 };
 
 } // namespace
@@ -187,10 +169,11 @@ TEST(expand_shell, runs_commands_and_computes)
 
 TEST(expand_shell, finds_files_by_pattern_and_keeps_a_pattern_without_any)
 {
-    const Folder folder({"b.log", "a.log", "c.txt"});
-    EXPECT_THAT(expand_shell(folder.path + "/*.log"),
-                ElementsAre(folder.path + "/a.log", folder.path + "/b.log"));
-    EXPECT_THAT(expand_shell(folder.path + "/*.csv"), ElementsAre(folder.path + "/*.csv"));
+    const Temporary_folder folder;
+    for (const char* name : {"b.log", "a.log", "c.txt"})
+        folder.file(name);
+    EXPECT_THAT(expand_shell(folder.path("*.log")), ElementsAre(folder.path("a.log"), folder.path("b.log")));
+    EXPECT_THAT(expand_shell(folder.path("*.csv")), ElementsAre(folder.path("*.csv")));
 }
 
 TEST(expand_shell, of_a_text_that_the_shell_refuses_is_no_words)

@@ -183,7 +183,8 @@ Sensitivity sensitivity(const PointLLH& from, const PointLLH& to)
     return s;
 }
 
-/// 20 nm is a few units in the last place of half a meridian; what the angles' own rounding does comes on top.
+/// 20 nm is a few units in the last place of half a meridian;
+/// what the angles' own rounding does comes on top.
 void expect_like_the_paper(const PointLLH& from, const PointLLH& to, const std::string& trace, int& compared)
 {
     const Vincenty expected = vincenty(from, to);
@@ -215,8 +216,8 @@ public:
     }
 };
 
-/// Calls check(from, to, model) for lines from the origin to places near its antipode, where lines settle late,
-/// but for those where rounding decides when.
+/// Calls check(from, to, model) for lines from the origin to places near its antipode, where lines settle
+/// late, but for those where rounding decides when.
 template <typename CHECK>
 void for_lines_to_near_the_antipode(double first_lon_deg, double lon_step_deg, CHECK check)
 {
@@ -484,8 +485,8 @@ TEST(path_along_surface, leaves_both_points_alone)
     expect_llh(0.6, 0.3, 20.0, to);
 }
 
-// An iteration that reaches half a turn there ends the same way, as the sine does not tell half a turn from none.
-// Both the data's lines and the model's judgement say which ones these are.
+// An iteration that reaches half a turn there ends the same way, as the sine does not tell half a turn from
+// none. Both the data's lines and the model's judgement say which ones these are.
 TEST(path_along_surface, gives_zeros_for_an_iteration_that_runs_into_the_antipode)
 {
     const Table lines("geodesic/geodtest-a.dat", ' ');
@@ -746,8 +747,8 @@ TEST(path_along_surface, gives_an_estimate_also_where_the_iteration_never_settle
     EXPECT_GT(compared, 30);
 }
 
-// A nanoradian off the equator sin(alpha) can round to 1 while the latitudes are not 0: a division by zero, whose
-// infinity then meets a zero. Only where it is 0 / 0 does the formula step in.
+// A nanoradian off the equator sin(alpha) can round to 1 while the latitudes are not 0: a division by zero,
+// whose infinity then meets a zero. Only where it is 0 / 0 does the formula step in.
 TEST(path_along_surface, is_not_a_number_a_hair_off_the_equator_where_the_azimuth_rounds_to_90_degrees)
 {
     int lost = 0;

@@ -9,6 +9,9 @@
 #include "examples/guidance_console/Touch_button.h"
 #include "examples/guidance_console/Window.h"
 
+#include "tests/support/Child_process.h"
+#include "tests/support/Temporary_folder.h"
+
 #include <gmock/gmock.h>
 
 #include <QApplication>
@@ -30,9 +33,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using testing::HasSubstr;
@@ -1209,65 +1210,24 @@ TEST(Replay, keeps_the_pace_that_is_asked_for)
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    QString out;
-    QString err;
-};
-
 class Program : public testing::Test {
 protected:
-    /// Bare fork and exec: QProcess's way of starting a child is beyond the user-mode emulator.
-    pid_t start(const QStringList& arguments)
+    Child_process start(const QStringList& arguments) const
     {
-        std::vector<QByteArray> words;
-        for (const QString& word : QString(GUIDANCE_CONSOLE_EMULATOR).split('|', Qt::SkipEmptyParts))
-            words.push_back(word.toLocal8Bit());
-        words.emplace_back(GUIDANCE_CONSOLE);
+        std::vector<std::string> words;
         for (const QString& argument : arguments)
-            words.push_back(argument.toLocal8Bit());
-        return start_command(words);
+            words.push_back(argument.toStdString());
+        const std::string leaks = outside.file(
+            "leaks", "leak:libqoffscreen.so\nleak:libqxcb\nleak:libQt5XcbQpa\nleak:libfontconfig\n");
+        Surroundings surroundings;
+        surroundings.folder = folder.path().toStdString();
+        surroundings.variables = {{"LSAN_OPTIONS", "suppressions=" + leaks + ":print_suppressions=0"},
+                                  {"QUARVEL_BASE_DIR", "base/of/all"}};
+        surroundings.largest_file = largest_file;
+        return {GUIDANCE_CONSOLE_EMULATOR, GUIDANCE_CONSOLE, words, surroundings};
     }
 
-    pid_t start_command(std::vector<QByteArray>& words)
-    {
-        std::vector<char*> command;
-        for (QByteArray& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
-        const QString leaks = logs.filePath("leaks");
-        const QByteArray lsan = ("suppressions=" + leaks + ":print_suppressions=0").toLocal8Bit();
-        write(leaks, "leak:libqoffscreen.so\nleak:libqxcb\nleak:libQt5XcbQpa\nleak:libfontconfig\n");
-        const QByteArray work = folder.path().toLocal8Bit();
-        const QByteArray out = logs.filePath("out").toLocal8Bit();
-        const QByteArray err = logs.filePath("err").toLocal8Bit();
-        const pid_t child = fork();
-        if (child == 0) {
-            const rlimit limit{largest_file, largest_file};
-            const bool ready =
-                (largest_file == 0 ||
-                 (std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR && setrlimit(RLIMIT_FSIZE, &limit) == 0)) &&
-                chdir(work.constData()) == 0 && setenv("LSAN_OPTIONS", lsan.constData(), 1) == 0 &&
-                setenv("QUARVEL_BASE_DIR", "base/of/all", 1) == 0 &&
-                std::freopen(out.constData(), "w", stdout) != nullptr &&
-                std::freopen(err.constData(), "w", stderr) != nullptr;
-            if (ready)
-                execvp(command[0], command.data());
-            _exit(127);
-        }
-        return child;
-    }
-
-    Outcome finish(pid_t child)
-    {
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), QString::fromUtf8(content(logs.filePath("out"))),
-                QString::fromUtf8(content(logs.filePath("err")))};
-    }
-
-    Outcome run(const QStringList& arguments) { return finish(start(arguments)); }
+    Outcome run(const QStringList& arguments) const { return start(arguments).finish(); }
 
     QString path(const QString& name) const { return QDir(folder.path()).filePath(name); }
     QByteArray content(const QString& name) const
@@ -1283,8 +1243,8 @@ protected:
     }
 
     QTemporaryDir folder;
-    QTemporaryDir logs;
-    rlim_t largest_file = 0; ///< that the program may write; 0: any
+    Temporary_folder outside;            ///< of it
+    rlim_t largest_file = RLIM_INFINITY; ///< that the program may write
 };
 
 } // namespace
@@ -1293,10 +1253,10 @@ TEST_F(Program, tells_its_usage)
 {
     const Outcome outcome = run({"--help"});
     EXPECT_EQ(0, outcome.status);
-    EXPECT_EQ("", outcome.err.toStdString());
+    EXPECT_EQ("", outcome.err);
     for (const char* option : {"--replay", "--connect", "--speed", "--seed", "--serve", "--store", "--night",
                                "--stopped", "--seconds", "--headless", "--snapshot", "--at", "--page"})
-        EXPECT_THAT(outcome.out.toStdString(), HasSubstr(option));
+        EXPECT_THAT(outcome.out, HasSubstr(option));
 }
 
 TEST_F(Program, draws_its_window_by_day_and_by_night)
@@ -1319,9 +1279,9 @@ TEST_F(Program, draws_its_window_by_day_and_by_night)
 TEST_F(Program, runs_without_a_screen_and_leaves_records_and_a_picture)
 {
     const Outcome outcome = run({"--headless", "--speed", "max", "--seconds", "30", "--store", "store"});
-    ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
-    EXPECT_EQ("", outcome.err.toStdString());
-    EXPECT_THAT(outcome.out.toStdString(), HasSubstr("301 epochs, "));
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_THAT(outcome.out, HasSubstr("301 epochs, "));
     EXPECT_EQ(QSize(800, 480), QImage(path("store/guidance_console.png")).size());
     EXPECT_EQ(301, content("store/pid_trace.csv").count('\n'));
     EXPECT_THAT(content("store/console_log.txt").toStdString(), HasSubstr("on the line"));
@@ -1340,8 +1300,8 @@ TEST_F(Program, replays_a_recording_to_its_end)
         drive += gga(i, 0.3 * i);
     const Outcome outcome =
         run({"--headless", "--replay", write("drive.nmea", drive), "--speed", "max", "--store", "store"});
-    ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
-    EXPECT_THAT(outcome.out.toStdString(), HasSubstr("600 epochs, +0.000 m off the line"));
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("600 epochs, +0.000 m off the line"));
     EXPECT_THAT(content("store/console_log.txt").toStdString(), HasSubstr("end of the recording"));
     EXPECT_EQ(600, content("store/pid_trace.csv").count('\n'));
 }
@@ -1357,8 +1317,8 @@ TEST_F(Program, replays_every_recorded_drive)
     for (const auto& [file, expected] : cases) {
         const Outcome outcome = run({"--headless", "--replay", drives.filePath(file), "--speed", "max",
                                      "--store", QString(file) + ".store"});
-        EXPECT_EQ(0, outcome.status) << outcome.err.toStdString();
-        EXPECT_THAT(outcome.out.toStdString(), StartsWith(expected)) << file;
+        EXPECT_EQ(0, outcome.status) << outcome.err;
+        EXPECT_THAT(outcome.out, StartsWith(expected)) << file;
     }
 }
 
@@ -1368,8 +1328,8 @@ TEST_F(Program, goes_on_without_a_store_and_says_so)
     const Outcome headless =
         run({"--headless", "--speed", "max", "--seconds", "30", "--store", "file/below"});
     EXPECT_EQ(0, headless.status);
-    EXPECT_THAT(headless.out.toStdString(), HasSubstr("301 epochs, "));
-    EXPECT_THAT(headless.err.toStdString(), HasSubstr("no store at file/below"));
+    EXPECT_THAT(headless.out, HasSubstr("301 epochs, "));
+    EXPECT_THAT(headless.err, HasSubstr("no store at file/below"));
     ASSERT_EQ(0, run({"--snapshot", "x.png", "--at", "30", "--stopped", "--store", "file/below"}).status);
     EXPECT_GT(pixels_of(QImage(path("x.png")), Theme::bright().bad), 5000); // the alarm; the button is green
     EXPECT_EQ("in the way", content("file").toStdString());
@@ -1390,11 +1350,11 @@ TEST_F(Program, goes_on_with_a_store_that_is_full_and_says_so)
 TEST_F(Program, draws_what_a_live_receiver_sends)
 {
     Receiver receiver;
-    const pid_t child = start({"--connect", QString("127.0.0.1:%1").arg(receiver.port), "--snapshot", "x.png",
-                               "--at", "3", "--store", "store"});
+    Child_process program = start({"--connect", QString("127.0.0.1:%1").arg(receiver.port), "--snapshot",
+                                   "x.png", "--at", "3", "--store", "store"});
     ASSERT_TRUE(run_until([&] { return receiver.accept_one(); }));
     receiver.send(gga(0, 0.0) + gga(1, 0.3) + gga(2, 0.6));
-    EXPECT_EQ(0, finish(child).status);
+    EXPECT_EQ(0, program.finish().status);
     EXPECT_EQ(QSize(800, 480), QImage(path("x.png")).size());
     EXPECT_THAT(content("store/console_log.txt").toStdString(), HasSubstr(":receiving\n"));
     EXPECT_THAT(content("store/console_log.txt").toStdString(), HasSubstr("no line yet"));
@@ -1402,26 +1362,22 @@ TEST_F(Program, draws_what_a_live_receiver_sends)
 
 TEST_F(Program, prints_the_port_that_it_serves_and_ends_when_told_by_a_signal)
 {
-    const pid_t child = start({"--headless", "--serve", "0", "--store", "store"});
-    const QRegularExpression served("serving on port (\\d+)\n");
-    QRegularExpressionMatch match;
-    ASSERT_TRUE(run_until([&] {
-        match = served.match(QString::fromUtf8(content(logs.filePath("out"))));
-        return match.hasMatch();
-    }));
-    const int viewer = connect_to(match.captured(1).toInt());
+    Child_process program = start({"--headless", "--serve", "0", "--store", "store"});
+    const std::string served = program.line();
+    ASSERT_THAT(served, StartsWith("serving on port "));
+    const int viewer = connect_to(std::stoi(served.substr(served.rfind(' '))));
     QByteArray seen;
     EXPECT_TRUE(run_until([&] {
         read_into(seen, viewer);
         return seen.count('\n') >= 3;
     }));
     EXPECT_THAT(seen.toStdString(), StartsWith("t="));
-    kill(child, SIGTERM);
+    program.signal(SIGTERM);
     // The server waits a moment for its viewers to leave.
     close(viewer);
-    const Outcome outcome = finish(child);
+    const Outcome outcome = program.finish();
     EXPECT_EQ(0, outcome.status);
-    EXPECT_THAT(outcome.out.toStdString(), HasSubstr("picture: "));
+    EXPECT_THAT(outcome.out, HasSubstr("picture: "));
 }
 
 TEST_F(Program, ends_with_one_message_and_status_1_for_what_it_cannot_do)
@@ -1465,8 +1421,8 @@ TEST_F(Program, ends_with_one_message_and_status_1_for_what_it_cannot_do)
         SCOPED_TRACE(one.arguments.join(' ').toStdString());
         const Outcome outcome = run(one.arguments);
         EXPECT_EQ(1, outcome.status);
-        EXPECT_THAT(outcome.err.toStdString(), HasSubstr(one.message));
-        EXPECT_THAT(outcome.err.toStdString(), HasSubstr("guidance_console: "));
+        EXPECT_THAT(outcome.err, HasSubstr(one.message));
+        EXPECT_THAT(outcome.err, HasSubstr("guidance_console: "));
     }
 }
 
@@ -1477,20 +1433,15 @@ TEST_F(Program, opens_its_window_on_a_screen)
     if (!QString(GUIDANCE_CONSOLE_EMULATOR).isEmpty())
         GTEST_SKIP() << "under an emulator the program runs without a screen";
     // Xvfb picks a free display, says which on its standard output, and keeps its screen in a file.
-    std::vector<QByteArray> command = {"Xvfb",      "-displayfd", "1",      "-screen",
-                                       "0",         "800x480x24", "-fbdir", folder.path().toLocal8Bit(),
-                                       "-nolisten", "tcp"};
-    const pid_t xvfb = start_command(command);
-    QByteArray display;
-    const bool up = run_until([&] {
-        display = content(logs.filePath("out"));
-        return display.endsWith('\n');
-    });
-    EXPECT_TRUE(up);
-    qputenv("DISPLAY", ":" + display.trimmed());
+    Child_process xvfb("", "Xvfb",
+                       {"-displayfd", "1", "-screen", "0", "800x480x24", "-fbdir",
+                        folder.path().toStdString(), "-nolisten", "tcp"});
+    const std::string display = xvfb.line();
+    EXPECT_NE("", display);
+    qputenv("DISPLAY", QByteArray::fromStdString(":" + display));
     qputenv("QT_QPA_PLATFORM", "xcb");
     qputenv("ASAN_OPTIONS", "detect_leaks=0"); // X11's own; ours are looked for in the runs without a screen
-    const pid_t child = start({"--store", "store"});
+    Child_process program = start({"--store", "store"});
     qputenv("QT_QPA_PLATFORM", "offscreen");
     // The button to stop, in the order of the bytes of a pixel.
     const QColor stop = Theme::bright().bad;
@@ -1498,8 +1449,8 @@ TEST_F(Program, opens_its_window_on_a_screen)
     for (const int part : {stop.blue(), stop.green(), stop.red()})
         pixel.append(static_cast<char>(part));
     EXPECT_TRUE(run_until([&] { return content("Xvfb_screen0").count(pixel) > 5000; }));
-    kill(child, SIGTERM);
-    EXPECT_EQ(0, finish(child).status);
-    kill(xvfb, SIGTERM);
-    waitpid(xvfb, nullptr, 0);
+    program.signal(SIGTERM);
+    EXPECT_EQ(0, program.finish().status);
+    xvfb.signal(SIGTERM);
+    xvfb.status();
 }

@@ -3,6 +3,9 @@
 #include "examples/common/Straight.h"
 #include "examples/common/Vehicle.h"
 
+#include "tests/support/Child_process.h"
+#include "tests/support/Temporary_folder.h"
+
 #include <gmock/gmock.h>
 
 #include <QDir>
@@ -12,61 +15,28 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using testing::HasSubstr;
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    QString out;
-    QString err;
-};
-
 /// Runs the program in a folder of its own, under the emulator where there is one.
 class Program : public testing::Test {
 protected:
-    /// Bare fork and exec: QProcess's way of starting a child is beyond the user-mode emulator.
-    Outcome run(const QStringList& arguments)
+    Outcome run(const QStringList& arguments) const
     {
-        std::vector<QByteArray> words;
-        for (const QString& word : QString(GUIDANCE_ROAD_EMULATOR).split('|', Qt::SkipEmptyParts))
-            words.push_back(word.toLocal8Bit());
-        words.emplace_back(GUIDANCE_ROAD);
+        std::vector<std::string> words;
         for (const QString& argument : arguments)
-            words.push_back(argument.toLocal8Bit());
-        std::vector<char*> command;
-        for (QByteArray& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
+            words.push_back(argument.toStdString());
         // For the leak checker: Qt's offscreen platform never deletes the screen that it makes up.
-        const QString leaks = logs.filePath("leaks");
-        const QByteArray lsan = ("suppressions=" + leaks + ":print_suppressions=0").toLocal8Bit();
-        write(leaks, "leak:libqoffscreen.so\n");
-        const QByteArray work = folder.path().toLocal8Bit();
-        const QByteArray out = logs.filePath("out").toLocal8Bit();
-        const QByteArray err = logs.filePath("err").toLocal8Bit();
-
-        const pid_t child = fork();
-        if (child == 0) {
-            const bool ready = chdir(work.constData()) == 0 &&
-                               setenv("LSAN_OPTIONS", lsan.constData(), 1) == 0 &&
-                               std::freopen(out.constData(), "w", stdout) != nullptr &&
-                               std::freopen(err.constData(), "w", stderr) != nullptr;
-            if (ready)
-                execvp(command[0], command.data());
-            _exit(127);
-        }
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), QString::fromUtf8(content(out)), QString::fromUtf8(content(err))};
+        const std::string leaks = outside.file("leaks", "leak:libqoffscreen.so\n");
+        Surroundings surroundings;
+        surroundings.folder = folder.path().toStdString();
+        surroundings.variables = {{"LSAN_OPTIONS", "suppressions=" + leaks + ":print_suppressions=0"}};
+        return Child_process(GUIDANCE_ROAD_EMULATOR, GUIDANCE_ROAD, words, surroundings).finish();
     }
 
     QString path(const QString& name) const { return QDir(folder.path()).filePath(name); }
@@ -91,7 +61,7 @@ protected:
     }
 
     QTemporaryDir folder;
-    QTemporaryDir logs; ///< what the program prints
+    Temporary_folder outside; ///< of it
 };
 
 QString recordings()
@@ -103,7 +73,7 @@ QString recordings()
 QString row(const Outcome& outcome, const QString& name)
 {
     const QRegularExpression pattern("^ *" + name + " +(.*)$", QRegularExpression::MultilineOption);
-    return pattern.match(outcome.out).captured(1);
+    return pattern.match(QString::fromStdString(outcome.out)).captured(1);
 }
 
 /// "$...*hh" with the checksum worked out.
@@ -170,8 +140,8 @@ using Simulation = Program;
 TEST_F(Simulation, ends_on_its_line_with_a_trace_line_an_epoch_and_its_events_in_the_log)
 {
     const Outcome outcome = run({"--out", "run"});
-    ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
-    EXPECT_EQ("", outcome.err.toStdString());
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
     EXPECT_EQ("600", row(outcome, "Fixes used").toStdString());
     EXPECT_LT(std::fabs(row(outcome, "At the end").section(' ', 0, 0).toDouble()), 0.05);
     EXPECT_NEAR(180.0, row(outcome, "Distance driven").section(' ', 0, 0).toDouble(), 2.0); // 3 m/s for 60 s
@@ -214,7 +184,8 @@ TEST_F(Simulation, repeats_byte_for_byte_but_for_the_clock_with_the_same_seed_on
     const auto drive = [this](const char* seed) {
         const Outcome outcome = run({"--seconds", "15", "--seed", seed, "--out", "run"});
         EXPECT_EQ(0, outcome.status);
-        return QList<QByteArray>{outcome.out.toUtf8(), content("run/log.txt"), content("run/guidance.png"),
+        return QList<QByteArray>{QByteArray::fromStdString(outcome.out), content("run/log.txt"),
+                                 content("run/guidance.png"),
                                  without_time(lines("run/pid_trace.csv")).join('\n').toUtf8()};
     };
     const QList<QByteArray> first = drive("7");
@@ -235,9 +206,10 @@ TEST_F(Simulation, takes_the_receivers_time_when_told_to)
 TEST_F(Simulation, steers_onto_a_line_that_the_options_give)
 {
     const Outcome outcome = run({"--a", "52.1,-0.5", "--b", "52.099,-0.5", "--out", "run"}); // due south
-    ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
+    ASSERT_EQ(0, outcome.status) << outcome.err;
     EXPECT_LT(std::fabs(row(outcome, "At the end").section(' ', 0, 0).toDouble()), 0.05);
-    EXPECT_TRUE(outcome.out.contains(QRegularExpression(R"(59\.9 s .*hdg (179|180)\.\d )")));
+    EXPECT_TRUE(
+        QString::fromStdString(outcome.out).contains(QRegularExpression(R"(59\.9 s .*hdg (179|180)\.\d )")));
 }
 
 TEST(Closed_loop, stays_within_5_cm_of_the_line_after_25_seconds_with_any_seed)
@@ -286,8 +258,8 @@ TEST(Guidance, steers_towards_the_line_from_either_side_and_in_either_direction)
 
 TEST(Vehicle, comes_back_after_a_circle_of_wheelbase_over_the_tangent_of_the_wheel_angle)
 {
-    // A circle in 15 s at 3 m/s has the radius 45 / (2 pi) = 7.162 m, and atan(2.8 / 7.162) is 21.353 degrees,
-    // of which the sensor's zero adds 0.7.
+    // A circle in 15 s at 3 m/s has the radius 45 / (2 pi) = 7.162 m, and atan(2.8 / 7.162) is 21.353
+    // degrees, of which the sensor's zero adds 0.7.
     Vehicle vehicle({0.5, 0.5, 0.0}, {0.5001, 0.5, 0.0}, 1);
     std::vector<double> off;
     for (int i = 0; i < 250; ++i) {
@@ -471,8 +443,8 @@ protected:
 TEST_P(Replay, uses_every_fix_and_writes_all_files)
 {
     const Outcome outcome = run({"--replay", recording(), "--out", "run"});
-    ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
-    EXPECT_EQ("", outcome.err.toStdString());
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
     EXPECT_EQ(GetParam().fixes, row(outcome, "Fixes used").toInt());
     EXPECT_EQ(GetParam().rejected, row(outcome, "Fixes rejected").section(' ', 0, 0).toInt());
     EXPECT_EQ(GetParam().fixes, lines("run/pid_trace.csv").size());
@@ -537,9 +509,9 @@ TEST_F(Failing, input_ends_with_one_message_status_1_and_no_output)
         SCOPED_TRACE(input.name);
         const Outcome outcome = run({"--replay", write("input", input.content), "--out", "run"});
         EXPECT_EQ(1, outcome.status);
-        EXPECT_THAT(outcome.err.toStdString(), HasSubstr(input.message));
-        EXPECT_EQ(1, outcome.err.count('\n'));
-        EXPECT_EQ("", outcome.out.toStdString());
+        EXPECT_THAT(outcome.err, HasSubstr(input.message));
+        EXPECT_EQ(1, std::count(outcome.err.begin(), outcome.err.end(), '\n'));
+        EXPECT_EQ("", outcome.out);
         EXPECT_FALSE(QFile::exists(path("run")));
     }
 }
@@ -578,9 +550,9 @@ TEST_F(Failing, options_end_with_one_message_status_1_and_no_output)
         SCOPED_TRACE(one.arguments.join(' ').toStdString());
         const Outcome outcome = run(one.arguments);
         EXPECT_EQ(1, outcome.status);
-        EXPECT_THAT(outcome.err.toStdString(), HasSubstr(one.message));
-        EXPECT_EQ(1, outcome.err.count('\n'));
-        EXPECT_EQ("", outcome.out.toStdString());
+        EXPECT_THAT(outcome.err, HasSubstr(one.message));
+        EXPECT_EQ(1, std::count(outcome.err.begin(), outcome.err.end(), '\n'));
+        EXPECT_EQ("", outcome.out);
         EXPECT_FALSE(QFile::exists(path("out")));
     }
 }
@@ -593,8 +565,8 @@ TEST_F(Failing, output_ends_with_one_message_and_status_1_and_leaves_nothing_hal
         SCOPED_TRACE(out);
         const Outcome outcome = run({"--seconds", "1", "--out", out});
         EXPECT_EQ(1, outcome.status);
-        EXPECT_THAT(outcome.err.toStdString(), HasSubstr("--out"));
-        EXPECT_EQ(1, outcome.err.count('\n'));
+        EXPECT_THAT(outcome.err, HasSubstr("--out"));
+        EXPECT_EQ(1, std::count(outcome.err.begin(), outcome.err.end(), '\n'));
     }
     EXPECT_EQ("in the way", content("file").toStdString());
     EXPECT_EQ(QStringList("guidance.png"),
@@ -605,8 +577,8 @@ TEST_F(Program, tells_its_usage)
 {
     const Outcome outcome = run({"--help"});
     EXPECT_EQ(0, outcome.status);
-    EXPECT_EQ("", outcome.err.toStdString());
+    EXPECT_EQ("", outcome.err);
     for (const char* option :
          {"--replay", "--a", "--b", "--out", "--seconds", "--seed", "--fast", "--realtime"})
-        EXPECT_THAT(outcome.out.toStdString(), HasSubstr(option));
+        EXPECT_THAT(outcome.out, HasSubstr(option));
 }

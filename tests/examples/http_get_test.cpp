@@ -2,17 +2,18 @@
 #include "examples/http_get/Response.h"
 #include "examples/http_get/Url.h"
 
+#include "tests/support/Child_process.h"
+#include "tests/support/Temporary_folder.h"
+#include "tests/support/Terminal.h"
+
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -22,8 +23,6 @@
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <termios.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -446,90 +445,32 @@ void break_connection(int fd)
     setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once); // the close that follows resets
 }
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string content(const std::string& path)
-{
-    std::ostringstream all;
-    all << std::ifstream(path, std::ios::binary).rdbuf();
-    return all.str();
-}
-
-/// Runs the program, under the emulator where there is one, and others, in a folder of its own.
+/// Runs the program in a folder of its own, under the emulator where there is one.
 class Http_get : public testing::Test {
 protected:
     Http_get()
     {
-        EXPECT_NE(nullptr, mkdtemp(folder.data()));
         for (const char* variable : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"})
             unsetenv(variable); // of curl's
     }
-    ~Http_get() override { std::filesystem::remove_all(folder); }
 
-    std::string path(const std::string& name) const { return folder + "/" + name; }
+    std::string path(const std::string& name) const { return folder.path(name); }
+    std::string content(const std::string& name) const { return folder.content(name); }
 
-    /// Starts a command, its output going to the descriptors, or files of the folder without them.
-    pid_t start(std::vector<std::string> words, int out = -1, int err = -1) const
+    Outcome get(const std::vector<std::string>& arguments, int out = -1, int err = -1,
+                rlim_t largest_file = RLIM_INFINITY) const
     {
-        std::vector<char*> command;
-        command.reserve(words.size() + 1);
-        for (std::string& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
-        const std::string out_file = path("out");
-        const std::string err_file = path("err");
-        const pid_t child = fork();
-        if (child != 0)
-            return child;
-        const auto opened = [](int fd, const std::string& name) {
-            return fd >= 0 ? fd : open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        };
-        const bool ready = chdir(folder.c_str()) == 0 && dup2(open("/dev/null", O_RDONLY), 0) == 0 &&
-                           dup2(opened(out, out_file), 1) == 1 && dup2(opened(err, err_file), 2) == 2;
-        if (ready)
-            execvp(command[0], command.data());
-        _exit(127);
-    }
-
-    Outcome finish(pid_t child) const
-    {
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), content(path("out")), content(path("err"))};
-    }
-
-    static std::vector<std::string> command(const std::vector<std::string>& arguments)
-    {
-        std::vector<std::string> words;
-        std::istringstream emulator(HTTP_GET_EMULATOR);
-        for (std::string word; std::getline(emulator, word, '|');)
-            words.push_back(word);
-        words.emplace_back(HTTP_GET);
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return words;
-    }
-
-    Outcome get(const std::vector<std::string>& arguments, int out = -1, int err = -1) const
-    {
-        return finish(start(command(arguments), out, err));
+        const Surroundings surroundings{-1, out, err, folder.path(), {}, largest_file};
+        return Child_process(HTTP_GET_EMULATOR, HTTP_GET, arguments, surroundings).finish();
     }
 
     /// Runs another program; status 127 where it is missing.
-    Outcome run(const std::vector<std::string>& words) const { return finish(start(words)); }
-
-    std::vector<std::string> files() const
+    static Outcome run(const std::string& program, const std::vector<std::string>& arguments)
     {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
+        return Child_process("", program, arguments).finish();
     }
+
+    std::vector<std::string> files() const { return folder.entries(); }
 
     void expect_failure(const std::string& answer, const std::string& message) const
     {
@@ -540,12 +481,11 @@ protected:
         EXPECT_EQ(1, outcome.status);
         EXPECT_THAT(outcome.err, EndsWith("http_get: " + message + "\n"));
         EXPECT_EQ("", outcome.out);
-        EXPECT_EQ("old", content(path("kept")));
-        EXPECT_EQ((std::vector<std::string>{"err", "kept", "out"}), files());
+        EXPECT_EQ("old", content("kept"));
+        EXPECT_EQ(std::vector<std::string>{"kept"}, files());
     }
 
-private:
-    std::string folder = testing::TempDir() + "http_get_XXXXXX";
+    const Temporary_folder folder;
 };
 
 TEST_F(Http_get, writes_the_body_to_standard_output)
@@ -569,8 +509,8 @@ TEST_F(Http_get, writes_the_body_to_a_file)
         const Outcome outcome = get({"-o", "file", server.url()});
         EXPECT_EQ(0, outcome.status) << outcome.err;
         EXPECT_EQ("", outcome.out);
-        EXPECT_TRUE(body == content(path("file")));
-        EXPECT_EQ((std::vector<std::string>{"err", "file", "out"}), files());
+        EXPECT_TRUE(body == content("file"));
+        EXPECT_EQ(std::vector<std::string>{"file"}, files());
     }
 }
 
@@ -649,7 +589,7 @@ TEST_F(Http_get, a_broken_connection_is_no_end)
     const Outcome outcome = get({server.url(), "-o", "file"});
     EXPECT_EQ(1, outcome.status);
     EXPECT_THAT(outcome.err, HasSubstr("http_get: the connection broke: Connection reset by peer.\n"));
-    EXPECT_EQ((std::vector<std::string>{"err", "out"}), files());
+    EXPECT_THAT(files(), IsEmpty());
 }
 
 TEST_F(Http_get, says_when_there_is_no_connection)
@@ -713,13 +653,10 @@ TEST_F(Http_get, says_when_the_file_cannot_be_written)
     // One file is too large for the system at once, the other when its buffer is emptied at the end.
     for (const std::size_t size : {100000U, 3000U}) {
         const Server other(with_length(random_bytes(size, 6)));
-        std::vector<std::string> limited = {"sh", "-c", "trap '' XFSZ; ulimit -f 2; exec \"$@\"", "sh"};
-        for (const std::string& word : command({other.url(), "-o", "file"}))
-            limited.push_back(word);
-        const Outcome cut = run(limited);
+        const Outcome cut = get({other.url(), "-o", "file"}, -1, -1, 1024);
         EXPECT_EQ(1, cut.status);
         EXPECT_THAT(cut.err, EndsWith("http_get: 'file' cannot be written: File too large.\n"));
-        EXPECT_EQ((std::vector<std::string>{"err", "out"}), files());
+        EXPECT_THAT(files(), IsEmpty());
     }
 
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
@@ -745,7 +682,7 @@ TEST_F(Http_get, replaces_files_behind_links_and_no_devices)
     std::filesystem::create_symlink("old", path("link"));
     EXPECT_EQ(0, get({server.url(), "-o", "link"}).status);
     EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
-    EXPECT_EQ("hello", content(path("old")));
+    EXPECT_EQ("hello", content("old"));
 
     ASSERT_EQ(0, mkfifo(path("fifo").c_str(), 0600));
     const int fifo = open(path("fifo").c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
@@ -754,43 +691,8 @@ TEST_F(Http_get, replaces_files_behind_links_and_no_devices)
     std::array<char, 10> read_back{};
     EXPECT_EQ(5, read(fifo, read_back.data(), read_back.size()));
     close(fifo);
-    EXPECT_EQ((std::vector<std::string>{"err", "fifo", "link", "old", "out"}), files());
+    EXPECT_EQ((std::vector<std::string>{"fifo", "link", "old"}), files());
 }
-
-/// A terminal without any processing of what goes through it.
-class Terminal {
-public:
-    Terminal() : other_end(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-    {
-        EXPECT_TRUE(grantpt(other_end) == 0 && unlockpt(other_end) == 0);
-        fd = open(ptsname(other_end), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        termios settings{};
-        EXPECT_EQ(0, tcgetattr(fd, &settings));
-        cfmakeraw(&settings);
-        EXPECT_EQ(0, tcsetattr(fd, TCSANOW, &settings));
-        EXPECT_EQ(0, fcntl(other_end, F_SETFL, O_NONBLOCK));
-    }
-    ~Terminal()
-    {
-        close(fd);
-        close(other_end);
-    }
-    Terminal(const Terminal&) = delete;
-    Terminal& operator=(const Terminal&) = delete;
-
-    /// What was written by now.
-    std::string shown() const
-    {
-        std::array<char, 4096> block{};
-        const ssize_t count = read(other_end, block.data(), block.size());
-        return {block.data(), static_cast<std::size_t>(std::max<ssize_t>(0, count))};
-    }
-
-    int fd = -1;
-
-private:
-    int other_end;
-};
 
 /// Some tenths of a body of 2 MB, with a pause behind each.
 void send_slowly(int fd, const std::string& head, int tenths)
@@ -852,7 +754,7 @@ TEST_F(Http_get, wipes_the_bar_before_it_says_what_went_wrong)
 
 TEST_F(Http_get, gets_the_same_as_curl)
 {
-    if (run({"curl", "--version"}).status != 0)
+    if (run("curl", {"--version"}).status != 0)
         GTEST_SKIP() << "there is no curl";
     const std::string body = random_bytes(300000, 7);
     for (const std::string& answer :
@@ -860,7 +762,7 @@ TEST_F(Http_get, gets_the_same_as_curl)
           OK + "Transfer-Encoding: chunked\r\n\r\n" + chunked(body, {3, 70000}, ";x=y") + "T: z\r\n\r\n",
           OK + "Content-Length: 300001\r\n\r\n" + body, std::string("HTTP/1.1 404 Gone\r\n\r\n")}) {
         const Server server(answer);
-        const Outcome theirs = run({"curl", "--silent", "--fail", server.url()});
+        const Outcome theirs = run("curl", {"--silent", "--fail", server.url()});
         const Outcome ours = get({server.url()});
         EXPECT_EQ(theirs.status == 0, ours.status == 0);
         EXPECT_TRUE(theirs.out == ours.out);
@@ -869,35 +771,24 @@ TEST_F(Http_get, gets_the_same_as_curl)
 
 TEST_F(Http_get, gets_files_from_an_ordinary_server)
 {
-    std::array<int, 2> ends{};
-    ASSERT_EQ(0, pipe2(ends.data(), O_CLOEXEC));
     const std::string body = random_bytes(3000000, 8);
-    std::ofstream(path("a file")) << body;
-    const pid_t child = start({"python3", "-u", "-m", "http.server", "0", "--bind", "127.0.0.1"}, ends[1]);
-    close(ends[1]);
-    std::array<char, 200> said{};
-    const ssize_t count =
-        read(ends[0], said.data(), said.size() - 1); // "Serving HTTP on 127.0.0.1 port N ..."
-    const std::string line(said.data(), static_cast<std::size_t>(std::max<ssize_t>(0, count)));
+    folder.file("a file", body);
+    Child_process server("", "python3", {"-u", "-m", "http.server", "0", "--bind", "127.0.0.1"},
+                         {-1, -1, -1, folder.path()});
+    const std::string line = server.line(); // "Serving HTTP on 127.0.0.1 port N ..."
     const std::size_t at = line.find("port ");
-    if (at == std::string::npos) {
-        finish(child);
-        close(ends[0]);
+    if (at == std::string::npos)
         GTEST_SKIP() << "there is no python3 with http.server";
-    }
     const std::string root = "http://127.0.0.1:" + std::to_string(std::stoi(line.substr(at + 5))) + "/";
     EXPECT_EQ(0, get({root + "a%20file", "-o", "copy"}).status);
-    EXPECT_TRUE(body == content(path("copy")));
+    EXPECT_TRUE(body == content("copy"));
     const Outcome missing = get({root + "missing"});
     EXPECT_EQ(1, missing.status);
     EXPECT_THAT(missing.err, HasSubstr("the server answers 404 File not found."));
-    if (run({"curl", "--silent", root + "copy"}).status == 0) {
-        const std::string theirs = content(path("out"));
-        EXPECT_TRUE(theirs == get({root + "copy"}).out);
+    const Outcome theirs = run("curl", {"--silent", root + "copy"});
+    if (theirs.status == 0) {
+        EXPECT_TRUE(theirs.out == get({root + "copy"}).out);
     }
-    EXPECT_EQ(0, kill(child, SIGTERM));
-    EXPECT_EQ(child, waitpid(child, nullptr, 0));
-    close(ends[0]);
 }
 
 } // namespace

@@ -1,20 +1,17 @@
+#include "tests/support/Child_process.h"
+#include "tests/support/Temporary_folder.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 using testing::HasSubstr;
@@ -22,19 +19,6 @@ using testing::HasSubstr;
 namespace {
 
 using Lines = std::vector<std::string>;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string content(const std::string& path)
-{
-    std::ostringstream all;
-    all << std::ifstream(path, std::ios::binary).rdbuf();
-    return all.str();
-}
 
 Lines lines_of(const std::string& text)
 {
@@ -70,54 +54,21 @@ Lines normal(Lines lines)
 /// Runs the program on the offscreen platform, under the emulator where there is one.
 class Leak_hunt : public testing::Test {
 protected:
-    Leak_hunt()
+    Child_process start(const Lines& arguments) const
     {
-        std::string name = (std::filesystem::temp_directory_path() / "leak_hunt_XXXXXX").string();
-        if (mkdtemp(name.data()) != nullptr)
-            folder = name;
-    }
-    ~Leak_hunt() override { std::filesystem::remove_all(folder); }
-
-    pid_t start(const Lines& arguments)
-    {
-        Lines words;
-        std::istringstream emulator(LEAK_HUNT_EMULATOR);
-        for (std::string word; std::getline(emulator, word, '|');)
-            words.push_back(word);
-        words.emplace_back(LEAK_HUNT);
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> command;
-        for (std::string& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
         // For the leak checker: Qt's offscreen platform never deletes the screen that it makes up, and the
         // tracker means to leave its timer.
-        std::ofstream(folder + "/leaks") << "leak:libqoffscreen.so\nleak:do_wait_before_print_and_delete\n";
-        const std::string lsan = "suppressions=" + folder + "/leaks:print_suppressions=0";
-
-        const pid_t child = fork();
-        if (child == 0) {
-            const bool ready = setenv("LSAN_OPTIONS", lsan.c_str(), 1) == 0 &&
-                               setenv("QT_QPA_PLATFORM", "offscreen", 1) == 0 &&
-                               std::freopen((folder + "/out").c_str(), "w", stdout) != nullptr &&
-                               std::freopen((folder + "/err").c_str(), "w", stderr) != nullptr;
-            if (ready)
-                execvp(command[0], command.data());
-            _exit(127);
-        }
-        return child;
+        const std::string leaks =
+            folder.file("leaks", "leak:libqoffscreen.so\nleak:do_wait_before_print_and_delete\n");
+        Surroundings surroundings;
+        surroundings.variables = {{"LSAN_OPTIONS", "suppressions=" + leaks + ":print_suppressions=0"},
+                                  {"QT_QPA_PLATFORM", "offscreen"}};
+        return {LEAK_HUNT_EMULATOR, LEAK_HUNT, arguments, surroundings};
     }
+    Outcome run(const Lines& arguments) const { return start(arguments).finish(); }
 
-    Outcome run(const Lines& arguments)
-    {
-        const pid_t child = start(arguments);
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), content(folder + "/out"), content(folder + "/err")};
-    }
-
-    std::string folder;
+private:
+    const Temporary_folder folder;
 };
 
 } // namespace
@@ -145,8 +96,10 @@ TEST_F(Leak_hunt, finds_what_the_settings_leave_behind)
 
 TEST_F(Leak_hunt, prints_what_its_description_shows)
 {
+    std::ostringstream description;
+    description << std::ifstream(QUARVEL_TESTS_DIR "/../examples/leak_hunt/README.md").rdbuf();
     Lines shown;
-    for (const std::string& line : lines_of(content(QUARVEL_TESTS_DIR "/../examples/leak_hunt/README.md")))
+    for (const std::string& line : lines_of(description.str()))
         if (line.rfind("    ", 0) == 0 && line.rfind("    leak_hunt", 0) != 0)
             shown.push_back(line.substr(4));
     ASSERT_EQ(13U, shown.size());
@@ -165,13 +118,10 @@ TEST_F(Leak_hunt, finds_nothing_when_it_is_mended)
 
 TEST_F(Leak_hunt, waits_for_its_user_without_the_demo)
 {
-    const pid_t child = start({});
+    const Child_process program = start({});
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    int status = 0;
-    EXPECT_EQ(0, waitpid(child, &status, WNOHANG)) << "it ended by itself";
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-    EXPECT_EQ("", content(folder + "/out"));
+    EXPECT_TRUE(program.runs()) << "it ended by itself";
+    EXPECT_EQ("", program.out());
 }
 
 TEST_F(Leak_hunt, tells_its_usage)

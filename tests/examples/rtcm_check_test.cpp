@@ -1,14 +1,15 @@
 #include "examples/rtcm_check/Framer.h"
 
+#include "tests/support/Child_process.h"
 #include "tests/support/Table.h"
+#include "tests/support/Temporary_folder.h"
+#include "tests/support/Terminal.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -17,9 +18,6 @@
 #include <numeric>
 #include <random>
 #include <sstream>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -44,7 +42,8 @@ using Bytes = std::vector<unsigned char>;
 using Stretches = std::vector<Stretch>;
 using Kind = Stretch::Kind;
 
-// The example of a whole frame in RTCM 10403.1, 4.2: message 1005. Its payload holds a head of its own, D3 02 02.
+// The example of a whole frame in RTCM 10403.1, 4.2: message 1005.
+// Its payload holds a head of its own, D3 02 02.
 const Bytes PUBLISHED = {0xD3, 0x00, 0x13, 0x3E, 0xD7, 0xD3, 0x02, 0x02, 0x98, 0x0E, 0xDE, 0xEF, 0x34,
                          0xB4, 0xBD, 0x62, 0xAC, 0x09, 0x41, 0x98, 0x6F, 0x33, 0x36, 0x0B, 0x98};
 
@@ -484,38 +483,9 @@ TEST_P(Recording, holds_the_listed_frames_at_their_places)
 
 // The program.
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-    long most_kilobytes = 0; ///< of memory
-};
-
-/// Descriptors that the program gets instead of the usual files; the caller closes them.
-struct Streams {
-    int in = -1;
-    int out = -1;
-    int err = -1;
-};
-
 struct Pipe {
     Pipe() { EXPECT_EQ(0, pipe2(ends.data(), O_CLOEXEC)); }
     std::array<int, 2> ends{};
-};
-
-/// A terminal without any processing of what goes through it, and its other end.
-struct Terminal {
-    Terminal() : other_end(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-    {
-        EXPECT_TRUE(grantpt(other_end) == 0 && unlockpt(other_end) == 0);
-        fd = open(ptsname(other_end), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        termios settings{};
-        EXPECT_EQ(0, tcgetattr(fd, &settings));
-        cfmakeraw(&settings);
-        EXPECT_EQ(0, tcsetattr(fd, TCSANOW, &settings));
-    }
-    int other_end;
-    int fd = -1;
 };
 
 void write_all(int fd, const Bytes& content, std::size_t piece)
@@ -531,66 +501,22 @@ class Program : public testing::Test {
 protected:
     Program()
     {
-        EXPECT_NE(nullptr, mkdtemp(folder.data()));
         EXPECT_NE(SIG_ERR,
                   std::signal(SIGPIPE, SIG_IGN)); // a program that ends early fails its own test only
     }
-    ~Program() override { std::filesystem::remove_all(folder); }
 
-    pid_t start(const std::vector<std::string>& arguments, const Streams& streams = {}) const
+    static Child_process start(const std::vector<std::string>& arguments, const Surroundings& streams = {})
     {
-        std::vector<std::string> words;
-        std::istringstream emulator(RTCM_CHECK_EMULATOR);
-        for (std::string word; std::getline(emulator, word, '|');)
-            words.push_back(word);
-        words.emplace_back(RTCM_CHECK);
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> command;
-        command.reserve(words.size() + 1);
-        for (std::string& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
-
-        const auto file = [this](const char* name) { return path(name); };
-        const std::string out = file("out");
-        const std::string err = file("err");
-        const pid_t child = fork();
-        if (child != 0)
-            return child;
-        const auto opened = [](int fd, const std::string& name) {
-            return fd >= 0 ? fd : open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        };
-        const bool ready = std::signal(SIGPIPE, SIG_DFL) != SIG_ERR &&
-                           dup2(streams.in >= 0 ? streams.in : open("/dev/null", O_RDONLY), 0) == 0 &&
-                           dup2(opened(streams.out, out), 1) == 1 && dup2(opened(streams.err, err), 2) == 2;
-        if (ready)
-            execvp(command[0], command.data());
-        _exit(127);
+        return {RTCM_CHECK_EMULATOR, RTCM_CHECK, arguments, streams};
     }
-
-    Outcome finish(pid_t child) const
+    static Outcome run(const std::vector<std::string>& arguments, const Surroundings& streams = {})
     {
-        int status = 0;
-        rusage used{};
-        EXPECT_EQ(child, wait4(child, &status, 0, &used));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), text("out"), text("err"), used.ru_maxrss};
-    }
-
-    Outcome run(const std::vector<std::string>& arguments, const Streams& streams = {}) const
-    {
-        return finish(start(arguments, streams));
+        return start(arguments, streams).finish();
     }
 
     Outcome run_on(const Bytes& stream) const { return run({write("stream", stream)}); }
 
-    std::string path(const std::string& name) const { return folder + "/" + name; }
-
-    std::string text(const std::string& name) const
-    {
-        const Bytes all = content(path(name));
-        return {all.begin(), all.end()};
-    }
+    std::string path(const std::string& name) const { return folder.path(name); }
 
     std::string write(const std::string& name, const Bytes& content) const
     {
@@ -602,7 +528,7 @@ protected:
     }
 
 private:
-    std::string folder = testing::TempDir() + "rtcm_check_XXXXXX";
+    const Temporary_folder folder;
 };
 
 /// Frames, bytes and errors by the name of the row.
@@ -732,11 +658,11 @@ TEST_F(Program, reads_standard_input_byte_by_byte)
 {
     const Bytes stream = bytes("text") + repeated(PUBLISHED, 20) + message(1077, 500);
     const Pipe pipe;
-    const pid_t child = start({"-"}, {pipe.ends[0], -1, -1});
+    Child_process program = start({"-"}, {pipe.ends[0]});
     close(pipe.ends[0]);
     write_all(pipe.ends[1], stream, 1);
     close(pipe.ends[1]);
-    const Outcome outcome = finish(child);
+    const Outcome outcome = program.finish();
     EXPECT_EQ(run_on(stream).out, outcome.out);
     EXPECT_EQ(21U, table_of(outcome.out)["total"][0]);
     EXPECT_EQ(0, outcome.status);
@@ -769,23 +695,14 @@ TEST_F(Program, redraws_its_progress_on_a_terminal_and_wipes_it)
     const std::string file = write("stream", PUBLISHED);
     const Outcome outcome = run({file}, {-1, -1, terminal.fd});
     EXPECT_EQ(0, outcome.status);
-    std::array<char, 1024> shown{};
-    const ssize_t count = read(terminal.other_end, shown.data(), shown.size());
-    EXPECT_EQ("\r[####################] 100 %  0.0 MB, 1 good frame\x1b[K\r\x1b[K",
-              std::string(shown.data(), static_cast<std::size_t>(std::max<ssize_t>(0, count))));
-    close(terminal.fd);
-    close(terminal.other_end);
+    EXPECT_EQ("\r[####################] 100 %  0.0 MB, 1 good frame\x1b[K\r\x1b[K", terminal.shown());
 }
 
 TEST_F(Program, draws_nothing_on_a_terminal_when_quiet)
 {
     const Terminal terminal;
     EXPECT_EQ(0, run({"--quiet", write("stream", PUBLISHED)}, {-1, -1, terminal.fd}).status);
-    ASSERT_EQ(0, fcntl(terminal.other_end, F_SETFL, O_NONBLOCK));
-    char shown = 0;
-    EXPECT_EQ(-1, read(terminal.other_end, &shown, 1));
-    close(terminal.fd);
-    close(terminal.other_end);
+    EXPECT_EQ("", terminal.shown());
 }
 
 TEST_F(Program, ends_with_one_message_and_status_1_on_what_holds_no_frame)
@@ -825,11 +742,10 @@ TEST_F(Program, ends_with_one_message_and_status_1_on_what_cannot_be_read)
 TEST_F(Program, reports_what_it_read_before_the_reading_failed)
 {
     // The end of a terminal that goes on is told of an error when the other is closed.
-    const Terminal terminal;
+    Terminal terminal;
     write_all(terminal.fd, PUBLISHED, PUBLISHED.size());
-    close(terminal.fd);
-    const Outcome outcome = run({"-"}, {terminal.other_end, -1, -1});
-    close(terminal.other_end);
+    terminal.hang_up();
+    const Outcome outcome = run({"-"}, {terminal.other_end});
     EXPECT_EQ(1, outcome.status);
     EXPECT_EQ("rtcm_check: standard input cannot be read: Input/output error.\n", outcome.err);
     EXPECT_EQ(1U, table_of(outcome.out)["1005"][0]);
@@ -841,7 +757,7 @@ TEST_F(Program, ends_with_status_1_when_standard_output_cannot_be_written)
     ASSERT_GE(full, 0);
     const std::string file = write("stream", PUBLISHED);
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{file}, {"--help"}}) {
-        const Outcome outcome = run(arguments, {-1, full, -1});
+        const Outcome outcome = run(arguments, {-1, full});
         EXPECT_EQ(1, outcome.status);
         EXPECT_EQ("rtcm_check: standard output cannot be written: No space left on device.\n", outcome.err);
     }

@@ -1,8 +1,8 @@
+#include "tests/support/Child_process.h"
+#include "tests/support/Temporary_folder.h"
+
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -23,53 +23,18 @@ namespace {
 namespace fs = std::filesystem;
 using Words = std::vector<std::string>;
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
 /// Runs the program on a store of the test's own, under the emulator where there is one.
 class store_shell : public testing::Test {
 protected:
-    store_shell() { EXPECT_NE(nullptr, mkdtemp(folder.data())); }
-    ~store_shell() override { fs::remove_all(folder); }
-
     /// @param out  standard output where it is not to be collected; the caller closes it
     Outcome run_words(const Words& arguments, const std::string& input = "", int out = -1) const
     {
-        Words words;
-        std::istringstream emulator(STORE_SHELL_EMULATOR);
-        for (std::string word; std::getline(emulator, word, '|');)
-            words.push_back(word);
-        words.emplace_back(STORE_SHELL);
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> command;
-        command.reserve(words.size() + 1);
-        for (std::string& word : words)
-            command.push_back(word.data());
-        command.push_back(nullptr);
-
-        std::ofstream(path("in"), std::ios::binary) << input;
-        const std::string in_path = input_from.empty() ? path("in") : input_from;
-        const std::string out_path = path("out");
-        const std::string err_path = path("err");
-        const pid_t child = fork();
-        if (child == 0) {
-            const auto opened = [](const std::string& name) {
-                return open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-            };
-            const bool ready = dup2(open(in_path.c_str(), O_RDONLY | O_CLOEXEC), 0) == 0 &&
-                               dup2(out >= 0 ? out : opened(out_path), 1) == 1 &&
-                               dup2(opened(err_path), 2) == 2;
-            if (ready)
-                execvp(command[0], command.data());
-            _exit(127);
-        }
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-        return {WEXITSTATUS(status), content(out_path), content(err_path)};
+        const std::string file = input_from.empty() ? folder.file("in", input) : input_from;
+        const int in = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        const Outcome outcome =
+            Child_process(STORE_SHELL_EMULATOR, STORE_SHELL, arguments, {in, out}).finish();
+        close(in);
+        return outcome;
     }
 
     Outcome run(const Words& command, const std::string& input = "", int out = -1) const
@@ -79,7 +44,7 @@ protected:
         return run_words(words, input, out);
     }
 
-    std::string path(const std::string& name) const { return folder + "/" + name; }
+    std::string path(const std::string& name) const { return folder.path(name); }
     std::string store(const std::string& name = "") const
     {
         return path("store") + (name.empty() ? "" : "/" + name);
@@ -100,7 +65,7 @@ protected:
     std::string input_from; ///< instead of what run() is given
 
 private:
-    std::string folder = testing::TempDir() + "store_shell_XXXXXX";
+    const Temporary_folder folder;
 };
 
 void expect_silent_success(const Outcome& outcome)

@@ -21,8 +21,8 @@
 #include <utility>
 #include <vector>
 
-// Qt's own hook for diagnostic tools (private/qhooks_p.h); entries 3 and 4 are called for each QObject that is
-// made and destroyed.
+// Qt's own hook for diagnostic tools (private/qhooks_p.h); entries 3 and 4 are called for each QObject that
+// is made and destroyed.
 extern Q_CORE_EXPORT quintptr qtHookData[];
 
 using Target_type = Util::Log_item_source::Target_type;

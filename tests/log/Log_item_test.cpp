@@ -55,8 +55,8 @@ std::atomic<int> allocations{0};
 
 } // namespace
 
-// The program's own, so that a test can count what the library allocates. Not inlined: the compiler would take
-// the free() in one for the wrong partner of the other.
+// The program's own, so that a test can count what the library allocates. Not inlined: the compiler would
+// take the free() in one for the wrong partner of the other.
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
     ++allocations;

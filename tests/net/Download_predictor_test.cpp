@@ -23,11 +23,6 @@
 namespace {
 
 static_assert(std::is_aggregate_v<Download_predictor> && std::is_standard_layout_v<Download_predictor>);
-static_assert(std::is_same_v<decltype(&Download_predictor::get_estimate_seconds),
-                             double (Download_predictor::*)(unsigned, unsigned)>);
-static_assert(std::is_same_v<decltype(&Download_predictor::get_estimate),
-                             int (Download_predictor::*)(unsigned, unsigned)>);
-static_assert(std::is_same_v<decltype(&Download_predictor::end), double (Download_predictor::*)()>);
 
 constexpr std::int64_t TUESDAY = 1700006400 - 86400; // 2023-11-14 00:00 UTC
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
@@ -186,7 +181,8 @@ TEST(Download_predictor, a_steady_transfer_takes_what_is_left_by_its_rate)
 TEST(Download_predictor, weighs_recent_samples_as_three_reports_and_the_overall_average_as_one)
 {
     Transfer transfer;
-    // Samples 100 and 400: (100 + 2 * 400) / 3 = 300. Overall 500 bytes in 2 s: 250. Two reports, two samples.
+    // Samples 100 and 400: (100 + 2 * 400) / 3 = 300. Overall 500 bytes in 2 s: 250.
+    // Two reports, two samples.
     EXPECT_DOUBLE_EQ(900.0 / 100.0, transfer.report_after(1000, 100, 1000));
     EXPECT_DOUBLE_EQ(500.0 / ((250.0 * 1 + 300.0 * 3) / 4), transfer.report_after(1000, 500, 1000));
 }

@@ -11,21 +11,9 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <type_traits>
 
 namespace {
 
-static_assert(std::is_constructible_v<Header_helper, const char**, const Header_helper::type_t*, int>);
-static_assert(std::is_same_v<decltype(&Header_helper::set_buf), void (Header_helper::*)(char*, int)>);
-static_assert(std::is_same_v<decltype(&Header_helper::set_index), void (Header_helper::*)(int)>);
-static_assert(
-    std::is_same_v<decltype(&Header_helper::get_line_type), int (Header_helper::*)(const char*) const>);
-static_assert(std::is_same_v<decltype(&Header_helper::write), void (Header_helper::*)(const char*, int)>);
-static_assert(std::is_same_v<decltype(&Header_helper::add_http_start),
-                             bool (Header_helper::*)(const char*, const char*, const char*, int)>);
-static_assert(
-    std::is_same_v<decltype(&Header_helper::add_header), bool (Header_helper::*)(int, const char*)>);
-static_assert(std::is_same_v<decltype(&Header_helper::add_http_finish), bool (Header_helper::*)()>);
 static_assert(Header_helper::TYPE_HEADER == 0 && Header_helper::TYPE_LINE == 1);
 
 using Type = Header_helper::type_t;

@@ -2,7 +2,8 @@
 
 #include "platform/Debug.h"
 #include "tests/support/Debug_output.h"
-#include "tests/support/Interposed_sockets.h"
+#include "tests/support/Interposed_calls.h"
+#include "tests/support/Many_descriptors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +34,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -52,18 +52,6 @@ static_assert(std::is_abstract_v<TCP_client_task>);
 static_assert(std::has_virtual_destructor_v<TCP_client_task>);
 static_assert(std::is_base_of_v<TCP_client, TCP_client_task>);
 static_assert(!std::is_convertible_v<TCP_client_task*, TCP_client*>, "the base is private");
-static_assert(std::is_same_v<int (TCP_client_task::*)(int), decltype(&TCP_client_task::handle_read)>);
-static_assert(std::is_same_v<void (TCP_client_task::*)(int), decltype(&TCP_client_task::handle_write)>);
-static_assert(std::is_same_v<bool (TCP_client_task::*)(), decltype(&TCP_client_task::is_write_data_avail)>);
-static_assert(std::is_same_v<void (TCP_client_task::*)(), decltype(&TCP_client_task::init)>);
-static_assert(std::is_same_v<bool (TCP_client_task::*)(), decltype(&TCP_client_task::open)>);
-static_assert(std::is_same_v<bool (TCP_client_task::*)(), decltype(&TCP_client_task::close)>);
-static_assert(
-    std::is_same_v<void (TCP_client_task::*)(), decltype(&TCP_client_task::notify_write_data_avail)>);
-static_assert(
-    std::is_same_v<void (TCP_client_task::*)(int), decltype(&TCP_client_task::set_reconnect_period)>);
-static_assert(
-    std::is_same_v<void (TCP_client_task::*)(int), decltype(&TCP_client_task::set_connect_timeout)>);
 
 namespace {
 
@@ -116,12 +104,6 @@ bool eventually(CONDITION condition)
     while (!condition() && Clock::now() < limit)
         std::this_thread::sleep_for(milliseconds(1));
     return condition();
-}
-
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
 }
 
 std::ptrdiff_t entries(const char* folder)
@@ -316,11 +298,11 @@ private:
 };
 
 /// Fails connect() with an errno, or lets it through.
-struct Scripted_connect : Interposed_sockets {
+struct Scripted_connect : Interposed_calls {
     int connect(int fd, const sockaddr* address, socklen_t size) override
     {
         ++attempts;
-        return error == 0 ? Interposed_sockets::connect(fd, address, size) : fail_with(error);
+        return error == 0 ? Interposed_calls::connect(fd, address, size) : fail_with(error);
     }
     std::atomic<int> error{ECONNREFUSED};
     std::atomic<int> attempts{0};
@@ -712,7 +694,7 @@ TEST(TCP_client_task, delivers_what_several_threads_have_to_send)
 
 TEST(TCP_client_task, names_its_thread_after_the_end_of_the_address_and_the_port)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int socket(int, int, int) override
         {
             char text[16] = {};
@@ -909,18 +891,18 @@ TEST(TCP_client_task, reads_its_time_limit_before_each_attempt)
 TEST(TCP_client_task, tries_again_where_the_socket_cannot_be_made_non_blocking)
 {
     for (const int refused : {F_GETFL, F_SETFL}) {
-        struct Calls : Interposed_sockets {
+        struct Calls : Interposed_calls {
             explicit Calls(int command) : refused_command(command) {}
             int fcntl(int fd, int command, long argument) override
             {
                 if (command != refused_command || refusals == 0)
-                    return Interposed_sockets::fcntl(fd, command, argument);
+                    return Interposed_calls::fcntl(fd, command, argument);
                 --refusals;
                 return fail_with(EDEADLK);
             }
             int close(int fd) override
             {
-                Interposed_sockets::close(fd);
+                Interposed_calls::close(fd);
                 return fail_with(EIO); // what is reported must not come from here
             }
             const int refused_command;
@@ -995,13 +977,13 @@ TEST(TCP_client_task, goes_on_after_a_signal)
 namespace {
 
 /// Answers select() once in the system's place.
-struct Scripted_select : Interposed_sockets {
+struct Scripted_select : Interposed_calls {
     int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) override
     {
         EXPECT_EQ(nullptr, timeout);
         EXPECT_EQ(nullptr, writable);
         if (done.exchange(true))
-            return Interposed_sockets::select(count, readable, writable, exceptional, timeout);
+            return Interposed_calls::select(count, readable, writable, exceptional, timeout);
         if (leaves_nothing) {
             FD_ZERO(readable);
             FD_ZERO(exceptional);
@@ -1088,7 +1070,7 @@ TEST(TCP_client_task, finds_out_by_select_that_a_handler_closed_its_descriptor)
 TEST(TCP_client_task, handles_nothing_once_it_is_closed)
 {
     for (const bool error : {false, true}) {
-        struct Calls : Interposed_sockets {
+        struct Calls : Interposed_calls {
             int select(int, fd_set*, fd_set*, fd_set* exceptional, timeval*) override
             {
                 task->running = false; // a close() by now
@@ -1124,7 +1106,7 @@ TEST(TCP_client_task, handles_nothing_once_it_is_closed)
 
 TEST(TCP_client_task, watches_the_socket_and_the_pipe)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
                    timeval* timeout) override
         {
@@ -1139,7 +1121,7 @@ TEST(TCP_client_task, watches_the_socket_and_the_pipe)
                 highest = count - 1;
             }
             ++waits;
-            return Interposed_sockets::select(count, readable, writable, exceptional, timeout);
+            return Interposed_calls::select(count, readable, writable, exceptional, timeout);
         }
         std::mutex mutex;
         std::set<int> read_set;
@@ -1199,11 +1181,11 @@ TEST(TCP_client_task, reports_a_byte_in_the_pipe_that_it_did_not_write)
 
 TEST(TCP_client_task, reports_a_wake_byte_that_it_cannot_read)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         ssize_t read(int fd, void* data, std::size_t size) override
         {
             if (fd != pipe || refusals == 0)
-                return Interposed_sockets::read(fd, data, size);
+                return Interposed_calls::read(fd, data, size);
             EXPECT_EQ(1U, size);
             --refusals;
             return fail_with(EIO);
@@ -1229,10 +1211,10 @@ TEST(TCP_client_task, reports_a_wake_byte_that_it_cannot_read)
 
 TEST(TCP_client_task, reports_a_wake_byte_that_it_cannot_write)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
-            return fd == pipe ? fail_with(EIO) : Interposed_sockets::write(fd, data, size);
+            return fd == pipe ? fail_with(EIO) : Interposed_calls::write(fd, data, size);
         }
         std::atomic<int> pipe{-1};
     };
@@ -1263,7 +1245,7 @@ TEST(TCP_client_task, does_not_wait_for_room_in_the_pipe)
 
 namespace {
 
-struct No_pipe : Interposed_sockets {
+struct No_pipe : Interposed_calls {
     int pipe2(int*, int) override { return fail_with(EMFILE); }
 };
 
@@ -1362,14 +1344,14 @@ TEST(TCP_client_task, opens_again_after_a_close)
 
 TEST(TCP_client_task, closes_while_it_connects)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int connect(int fd, const sockaddr* address, socklen_t size) override
         {
             std::unique_lock<std::mutex> lock(mutex);
             connecting = true;
             changed.notify_all();
             changed.wait(lock, [this] { return answered; });
-            return refused ? fail_with(ECONNREFUSED) : Interposed_sockets::connect(fd, address, size);
+            return refused ? fail_with(ECONNREFUSED) : Interposed_calls::connect(fd, address, size);
         }
         void wait_until_connecting()
         {
@@ -1410,6 +1392,30 @@ TEST(TCP_client_task, closes_while_it_connects)
             ::close(fd);
         }
     }
+}
+
+TEST(TCP_client_task, tries_nothing_when_it_is_closed_before_the_first_attempt)
+{
+    struct Calls : Interposed_calls {
+        int socket(int domain, int type, int protocol) override
+        {
+            ++sockets;
+            return Interposed_calls::socket(domain, type, protocol);
+        }
+        std::atomic<int> sockets{0};
+    };
+    const Listening_peer peer;
+    Debug_output output;
+    Calls calls;
+    Reading_task task(peer.port);
+    // The thread is on its way to the attempt, and goes on when close() has told it to stop.
+    output.hold(ATTEMPTING, JOINING);
+    task.open();
+    EXPECT_TRUE(output.wait_for(Debug_output::PRINT, ATTEMPTING));
+    EXPECT_TRUE(task.close());
+    EXPECT_THAT(printed(output), ElementsAre(ATTEMPTING, JOINING, FAILED));
+    EXPECT_EQ(0, calls.sockets);
+    EXPECT_TRUE(task.running);
 }
 
 TEST(TCP_client_task, closes_while_the_connection_is_tried_with_a_time_limit)
@@ -1665,47 +1671,6 @@ TEST(TCP_client_task, opens_and_closes_200_times_without_leaving_a_descriptor_or
 
 namespace {
 
-/// Descriptors enough that new ones get numbers beyond what an fd_set has room for.
-class Many_descriptors {
-public:
-    static constexpr int COUNT = 2000;
-
-    Many_descriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit raised = before;
-        raised.rlim_cur = std::max<rlim_t>(before.rlim_cur, COUNT + 200);
-        if (setrlimit(RLIMIT_NOFILE, &raised) != 0)
-            return;
-        while (fds.size() < COUNT) {
-            const int fd = ::open("/dev/null", O_RDONLY);
-            if (fd < 0)
-                return;
-            fds.push_back(fd);
-        }
-    }
-    ~Many_descriptors()
-    {
-        release();
-        setrlimit(RLIMIT_NOFILE, &before);
-    }
-    Many_descriptors(const Many_descriptors&) = delete;
-    Many_descriptors& operator=(const Many_descriptors&) = delete;
-
-    bool are_open() const { return fds.size() == COUNT; }
-
-    void release()
-    {
-        for (const int fd : fds)
-            ::close(fd);
-        fds.clear();
-    }
-
-private:
-    rlimit before{};
-    std::vector<int> fds;
-};
-
 /// Linux's select() takes sets of any size; an emulator of it may come to its end over one.
 bool select_takes_high_descriptors()
 {
@@ -1789,7 +1754,7 @@ Turn random_turn(std::mt19937& random)
 }
 
 /// Plays turns, then leaves the waiting to the system.
-struct Played : Interposed_sockets {
+struct Played : Interposed_calls {
     int connect(int, const sockaddr*, socklen_t) override { return 0; }
     int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) override
     {
@@ -1809,12 +1774,12 @@ struct Played : Interposed_sockets {
         FD_ZERO(readable);
         FD_ZERO(exceptional);
         FD_SET(pipe, readable);
-        return Interposed_sockets::select(count, readable, nullptr, nullptr, timeout);
+        return Interposed_calls::select(count, readable, nullptr, nullptr, timeout);
     }
     ssize_t read(int fd, void* data, std::size_t size) override
     {
         if (fd != pipe)
-            return Interposed_sockets::read(fd, data, size);
+            return Interposed_calls::read(fd, data, size);
         *static_cast<char*>(data) = turn().wake_fails ? '\0' : turn().wake_byte;
         return turn().wake_fails ? fail_with(EIO) : 1;
     }

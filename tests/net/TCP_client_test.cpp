@@ -2,7 +2,8 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/Debug_output.h"
-#include "tests/support/Interposed_sockets.h"
+#include "tests/support/Interposed_calls.h"
+#include "tests/support/Many_descriptors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,7 +35,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <type_traits>
@@ -47,15 +47,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-static_assert(std::is_same_v<bool (*)(const int*, unsigned, int), decltype(&wait_shutdown_close)>);
-static_assert(std::is_same_v<bool (TCP_client::*)(const char*, int), decltype(&TCP_client::set_address)>);
-static_assert(std::is_same_v<bool (TCP_client::*)(int), decltype(&TCP_client::set_port)>);
-static_assert(std::is_same_v<int (TCP_client::*)(int) const, decltype(&TCP_client::open_connection)>);
-static_assert(std::is_same_v<bool (TCP_client::*)(), decltype(&TCP_client::open)>);
-static_assert(std::is_same_v<void (TCP_client::*)(), decltype(&TCP_client::close)>);
-static_assert(std::is_same_v<int (TCP_client::*)(unsigned char*, unsigned), decltype(&TCP_client::read)>);
-static_assert(
-    std::is_same_v<int (TCP_client::*)(const unsigned char*, unsigned), decltype(&TCP_client::write)>);
 static_assert(!std::is_polymorphic_v<TCP_client>);
 static_assert(!std::is_copy_constructible_v<TCP_client>, "two would close one descriptor");
 static_assert(sizeof(TCP_client) == 256 + 4 + 4);
@@ -272,12 +263,6 @@ void make_close_reset(int fd)
     ASSERT_EQ(0, ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof none));
 }
 
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
-}
-
 std::string message(const char* outcome, const std::string& address, int port)
 {
     return std::string("TCP_client: ") + outcome + " to " + address + ":" + std::to_string(port) + "\n";
@@ -336,43 +321,8 @@ std::string dirty(const std::vector<int>& sds)
     return text;
 }
 
-/// Descriptors enough that new ones get numbers beyond what an fd_set has room for.
-class Many_descriptors {
-public:
-    static constexpr int COUNT = 2000;
-
-    Many_descriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit raised = before;
-        raised.rlim_cur = std::max<rlim_t>(before.rlim_cur, COUNT + 200);
-        if (setrlimit(RLIMIT_NOFILE, &raised) != 0)
-            return;
-        while (fds.size() < COUNT) {
-            const int fd = ::open("/dev/null", O_RDONLY);
-            if (fd < 0)
-                return;
-            fds.push_back(fd);
-        }
-    }
-    ~Many_descriptors()
-    {
-        for (const int fd : fds)
-            ::close(fd);
-        setrlimit(RLIMIT_NOFILE, &before);
-    }
-    Many_descriptors(const Many_descriptors&) = delete;
-    Many_descriptors& operator=(const Many_descriptors&) = delete;
-
-    bool are_open() const { return fds.size() == COUNT; }
-
-private:
-    rlimit before{};
-    std::vector<int> fds;
-};
-
 /// No call on a descriptor is expected.
-struct Calls_nothing : Interposed_sockets {
+struct Calls_nothing : Interposed_calls {
     int shutdown(int, int) override { return unexpected(); }
     int poll(pollfd*, nfds_t, int) override { return unexpected(); }
     ssize_t read(int, void*, std::size_t) override { return unexpected(); }
@@ -512,7 +462,7 @@ TEST(TCP_client, connects_on_any_number_of_threads_at_once)
 {
     static constexpr std::size_t THREADS = 4;
     static constexpr std::size_t CALLS = 50;
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int connect(int fd, const sockaddr* address, socklen_t size) override
         {
             {
@@ -521,7 +471,7 @@ TEST(TCP_client, connects_on_any_number_of_threads_at_once)
                 met.notify_all();
                 met.wait_for(lock, milliseconds(200), [this, all] { return arrived >= all; });
             }
-            return Interposed_sockets::connect(fd, address, size);
+            return Interposed_calls::connect(fd, address, size);
         }
         std::mutex mutex;
         std::condition_variable met; // all threads, each with a socket of its own
@@ -578,14 +528,14 @@ TEST(TCP_client, leaves_the_connection_blocking_and_without_delay)
 
 TEST(TCP_client, makes_a_socket_of_any_local_address_and_port)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int socket(int domain, int type, int protocol) override
         {
             EXPECT_EQ(AF_INET, domain);
             EXPECT_EQ(SOCK_STREAM, type);
             EXPECT_EQ(0, protocol);
             calls += "socket ";
-            return fd = Interposed_sockets::socket(domain, type, protocol);
+            return fd = Interposed_calls::socket(domain, type, protocol);
         }
         int setsockopt(int on, int level, int option, const void* value, socklen_t size) override
         {
@@ -595,7 +545,7 @@ TEST(TCP_client, makes_a_socket_of_any_local_address_and_port)
             EXPECT_EQ(sizeof(int), size);
             EXPECT_EQ(1, *static_cast<const int*>(value));
             calls += "setsockopt ";
-            return Interposed_sockets::setsockopt(on, level, option, value, size);
+            return Interposed_calls::setsockopt(on, level, option, value, size);
         }
         int bind(int on, const sockaddr* address, socklen_t size) override
         {
@@ -606,13 +556,13 @@ TEST(TCP_client, makes_a_socket_of_any_local_address_and_port)
             EXPECT_EQ(htonl(INADDR_ANY), v4->sin_addr.s_addr);
             EXPECT_EQ(0, v4->sin_port);
             calls += "bind ";
-            return Interposed_sockets::bind(on, address, size);
+            return Interposed_calls::bind(on, address, size);
         }
         int connect(int on, const sockaddr* address, socklen_t size) override
         {
             EXPECT_EQ(fd, on);
             calls += "connect ";
-            return Interposed_sockets::connect(on, address, size);
+            return Interposed_calls::connect(on, address, size);
         }
         int fd = -1;
         std::string calls;
@@ -642,7 +592,7 @@ TEST(TCP_client, asks_the_resolver_for_its_address_once_and_frees_the_answer_onc
 
 TEST(TCP_client, says_why_a_name_does_not_resolve)
 {
-    struct No_socket : Interposed_sockets {
+    struct No_socket : Interposed_calls {
         int socket(int, int, int) override { return Calls_nothing::unexpected(); }
     };
     for (const int error : {EAI_NONAME, EAI_AGAIN, EAI_FAIL, EAI_MEMORY, EAI_SYSTEM}) {
@@ -666,12 +616,12 @@ TEST(TCP_client, has_no_peer_by_the_empty_name)
 
 TEST(TCP_client, reports_a_socket_that_cannot_be_made)
 {
-    struct Refusal : Interposed_sockets {
+    struct Refusal : Interposed_calls {
         int socket(int, int, int) override { return fail_with(EMFILE); }
         int close(int fd) override
         {
             ADD_FAILURE() << fd;
-            return Interposed_sockets::close(fd);
+            return Interposed_calls::close(fd);
         }
     };
     Debug_output output;
@@ -686,27 +636,27 @@ TEST(TCP_client, reports_a_socket_that_cannot_be_made)
 namespace {
 
 /// Refuses a call of the socket's making; closing the socket sets errno.
-struct Refused_socket : Interposed_sockets {
+struct Refused_socket : Interposed_calls {
     explicit Refused_socket(const char* call) : refused(call) {}
     int socket(int domain, int type, int protocol) override
     {
-        return fd = Interposed_sockets::socket(domain, type, protocol);
+        return fd = Interposed_calls::socket(domain, type, protocol);
     }
     int setsockopt(int on, int level, int option, const void* value, socklen_t size) override
     {
         return refused == "setsockopt" ? fail_with(ENOPROTOOPT)
-                                       : Interposed_sockets::setsockopt(on, level, option, value, size);
+                                       : Interposed_calls::setsockopt(on, level, option, value, size);
     }
     int bind(int on, const sockaddr* address, socklen_t size) override
     {
-        return refused == "bind" ? fail_with(EADDRNOTAVAIL) : Interposed_sockets::bind(on, address, size);
+        return refused == "bind" ? fail_with(EADDRNOTAVAIL) : Interposed_calls::bind(on, address, size);
     }
     int connect(int, const sockaddr*, socklen_t) override { return Calls_nothing::unexpected(); }
     int close(int closing) override
     {
         EXPECT_EQ(fd, closing);
         ++closed;
-        Interposed_sockets::close(closing);
+        Interposed_calls::close(closing);
         return fail_with(EIO);
     }
 
@@ -754,7 +704,7 @@ TEST(TCP_client, says_that_it_could_not_connect_and_closes_the_socket)
 namespace {
 
 /// What connect() is asked for, and what it answers: an errno, 0 for success.
-struct Scripted_connect : Interposed_sockets {
+struct Scripted_connect : Interposed_calls {
     int connect(int fd, const sockaddr* address, socklen_t size) override
     {
         fds.push_back(fd);
@@ -1013,12 +963,12 @@ struct Refused_fcntl : Scripted_connect {
     int fcntl(int fd, int command, long argument) override
     {
         if (!counting || (command != F_GETFL && command != F_SETFL))
-            return Interposed_sockets::fcntl(fd, command, argument);
+            return Interposed_calls::fcntl(fd, command, argument);
         commands.push_back(command);
         arguments.push_back(argument);
         return refused.count(static_cast<int>(commands.size()) - 1) != 0
                    ? fail_with(EDEADLK)
-                   : Interposed_sockets::fcntl(fd, command, argument);
+                   : Interposed_calls::fcntl(fd, command, argument);
     }
     int connect(int fd, const sockaddr* address, socklen_t size) override
     {
@@ -1127,7 +1077,7 @@ struct Attempt {
 };
 
 /// Plays attempts, and notes each call in a word.
-struct Played : Interposed_sockets {
+struct Played : Interposed_calls {
     explicit Played(const std::vector<Attempt>& script) : attempts(script)
     {
         while (next < attempts.size() && attempts[next].skipped)
@@ -1284,7 +1234,7 @@ TEST(TCP_client, reads_0_at_the_end_of_the_stream)
 
 TEST(TCP_client, reads_and_writes_with_one_call_each_and_hands_the_result_on)
 {
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         ssize_t read(int fd, void* data, std::size_t size) override { return note('r', fd, data, size); }
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
@@ -1341,7 +1291,7 @@ TEST(TCP_client, stays_closed_where_it_cannot_open)
 
 TEST(TCP_client, opens_without_time_limit)
 {
-    struct No_poll : Interposed_sockets {
+    struct No_poll : Interposed_calls {
         int poll(pollfd*, nfds_t, int) override { return Calls_nothing::unexpected(); }
     };
     const Peer peer;
@@ -1368,7 +1318,7 @@ TEST(TCP_client, opens_anew_without_closing_the_connection_it_holds)
 
 TEST(TCP_client, counts_a_descriptor_of_0_as_open)
 {
-    struct Zero : Interposed_sockets {
+    struct Zero : Interposed_calls {
         int socket(int, int, int) override { return 0; }
         int setsockopt(int, int, int, const void*, socklen_t) override { return 0; }
         int bind(int, const sockaddr*, socklen_t) override { return 0; }
@@ -1428,12 +1378,12 @@ TEST(TCP_client, closes_its_connection_when_it_is_destroyed)
 namespace {
 
 /// Peers that never hear of a shutdown, and so never close; notes the time limits of poll.
-struct Deaf_peers : Interposed_sockets {
+struct Deaf_peers : Interposed_calls {
     int shutdown(int, int) override { return 0; }
     int poll(pollfd* fds, nfds_t count, int timeout_ms) override
     {
         timeouts.push_back(timeout_ms);
-        return Interposed_sockets::poll(fds, count, timeout_ms);
+        return Interposed_calls::poll(fds, count, timeout_ms);
     }
     std::vector<int> timeouts;
 };
@@ -1517,12 +1467,12 @@ TEST(wait_shutdown_close, throws_away_what_the_peer_sent_before_it_closed)
     ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends_of_pair));
     const std::vector<char> sent(100 * 1000 + 1, 'x');
     ASSERT_EQ(static_cast<ssize_t>(sent.size()), ::write(ends_of_pair[1], sent.data(), sent.size()));
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         ssize_t read(int fd, void* data, std::size_t size) override
         {
             EXPECT_EQ(1000U, size);
             ++reads;
-            return Interposed_sockets::read(fd, data, size);
+            return Interposed_calls::read(fd, data, size);
         }
         int reads = 0;
     };
@@ -1625,7 +1575,7 @@ TEST(wait_shutdown_close, allocates_nothing)
 {
     if (!ALLOCATIONS_ARE_COUNTED)
         GTEST_SKIP() << "the sanitizers bring their own malloc()";
-    struct Calls : Interposed_sockets {
+    struct Calls : Interposed_calls {
         int shutdown(int, int) override { return 0; } // the peers do not notice
     };
     const Calls calls;
@@ -1668,7 +1618,7 @@ TEST(wait_shutdown_close, goes_on_past_a_descriptor_that_is_not_open)
 namespace {
 
 /// What poll() and read() answer for descriptors that nobody has; notes every call.
-struct Scripted_wait : Interposed_sockets {
+struct Scripted_wait : Interposed_calls {
     using Poll = std::vector<short>; ///< the events of each entry; none: it fails with EINTR and leaves them
 
     int shutdown(int fd, int how) override
@@ -1699,7 +1649,7 @@ struct Scripted_wait : Interposed_sockets {
     int close(int fd) override
     {
         if (fd < FIRST)
-            return Interposed_sockets::close(fd); // of the test's own
+            return Interposed_calls::close(fd); // of the test's own
         closed.push_back(fd);
         return 0;
     }

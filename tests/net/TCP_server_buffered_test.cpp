@@ -1,7 +1,7 @@
 #include "util/net/TCP_server_buffered.h"
 
 #include "tests/support/Debug_output.h"
-#include "tests/support/Interposed_sockets.h"
+#include "tests/support/Interposed_calls.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -368,7 +368,7 @@ std::vector<std::string> criticals(const Debug_output& output)
 using Errors = std::vector<std::pair<std::string, int>>;
 
 /// Fails calls as they are told to.
-class Failing_calls : public Interposed_sockets {
+class Failing_calls : public Interposed_calls {
 public:
     // errno, or 0 for calls that go on to the C library
     int socket_error = 0, pipe2_error = 0, bind_error = 0, getsockname_error = 0, listen_error = 0;
@@ -382,45 +382,45 @@ public:
 
     int socket(int domain, int type, int protocol) override
     {
-        return fails(socket_error) ? -1 : Interposed_sockets::socket(domain, type, protocol);
+        return fails(socket_error) ? -1 : Interposed_calls::socket(domain, type, protocol);
     }
     int pipe2(int* ends, int flags) override
     {
-        return fails(pipe2_error) ? -1 : Interposed_sockets::pipe2(ends, flags);
+        return fails(pipe2_error) ? -1 : Interposed_calls::pipe2(ends, flags);
     }
     int setsockopt(int fd, int level, int name, const void* value, socklen_t size) override
     {
         if (failing_option == name && fails(ENOPROTOOPT))
             return -1;
-        return Interposed_sockets::setsockopt(fd, level, name, value, size);
+        return Interposed_calls::setsockopt(fd, level, name, value, size);
     }
     int bind(int fd, const sockaddr* address, socklen_t size) override
     {
-        return fails(bind_error) ? -1 : Interposed_sockets::bind(fd, address, size);
+        return fails(bind_error) ? -1 : Interposed_calls::bind(fd, address, size);
     }
     int getsockname(int fd, sockaddr* address, socklen_t* size) override
     {
-        return fails(getsockname_error) ? -1 : Interposed_sockets::getsockname(fd, address, size);
+        return fails(getsockname_error) ? -1 : Interposed_calls::getsockname(fd, address, size);
     }
     int listen(int fd, int backlog) override
     {
-        return fails(listen_error) ? -1 : Interposed_sockets::listen(fd, backlog);
+        return fails(listen_error) ? -1 : Interposed_calls::listen(fd, backlog);
     }
     int poll(pollfd* fds, nfds_t count, int timeout_ms) override
     {
-        return fails(poll_error) ? -1 : Interposed_sockets::poll(fds, count, timeout_ms);
+        return fails(poll_error) ? -1 : Interposed_calls::poll(fds, count, timeout_ms);
     }
     int accept(int fd, sockaddr* address, socklen_t* size) override
     {
-        return fails(accept_error) ? -1 : Interposed_sockets::accept(fd, address, size);
+        return fails(accept_error) ? -1 : Interposed_calls::accept(fd, address, size);
     }
     ssize_t read(int fd, void* data, std::size_t size) override
     {
-        return fd == failing_read && fails(read_error) ? -1 : Interposed_sockets::read(fd, data, size);
+        return fd == failing_read && fails(read_error) ? -1 : Interposed_calls::read(fd, data, size);
     }
     ssize_t write(int fd, const void* data, std::size_t size) override
     {
-        return fd == failing_write && fails(write_error) ? -1 : Interposed_sockets::write(fd, data, size);
+        return fd == failing_write && fails(write_error) ? -1 : Interposed_calls::write(fd, data, size);
     }
 
 private:
@@ -482,24 +482,24 @@ TEST(TCP_server_buffered, starts_with_nothing_to_do)
 
 TEST(TCP_server_buffered, sets_its_descriptors_up)
 {
-    struct Noted_calls : Interposed_sockets {
+    struct Noted_calls : Interposed_calls {
         int pipe_flags = -1;
         std::vector<int> socket_arguments;
         int backlog = -1;
         int pipe2(int* ends, int flags) override
         {
             pipe_flags = flags;
-            return Interposed_sockets::pipe2(ends, flags);
+            return Interposed_calls::pipe2(ends, flags);
         }
         int socket(int domain, int type, int protocol) override
         {
             socket_arguments = {domain, type, protocol};
-            return Interposed_sockets::socket(domain, type, protocol);
+            return Interposed_calls::socket(domain, type, protocol);
         }
         int listen(int fd, int wanted) override
         {
             backlog = wanted;
-            return Interposed_sockets::listen(fd, wanted);
+            return Interposed_calls::listen(fd, wanted);
         }
     };
     const Debug_output output;
@@ -712,7 +712,7 @@ TEST(TCP_server_buffered, notes_who_holds_its_lock)
     const Debug_output output;
     Server server;
     const Accepted client(server);
-    struct Looking_calls : Interposed_sockets {
+    struct Looking_calls : Interposed_calls {
         explicit Looking_calls(Server& looked_at) : server(looked_at) {}
         Server& server;
         int free_at_write = 0;
@@ -723,7 +723,7 @@ TEST(TCP_server_buffered, notes_who_holds_its_lock)
                 server.buffer_lock.unlock();
                 ++free_at_write;
             }
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         }
     };
     Looking_calls calls(server);
@@ -942,7 +942,7 @@ TEST(TCP_server_buffered, returns_at_once_when_there_is_nothing_to_do)
 
 TEST(TCP_server_buffered, takes_its_steps_in_order)
 {
-    struct Noted_calls : Interposed_sockets {
+    struct Noted_calls : Interposed_calls {
         std::map<int, std::string> names;
         std::vector<std::string> calls;
         int timeout_ms = -2;
@@ -955,15 +955,15 @@ TEST(TCP_server_buffered, takes_its_steps_in_order)
         {
             calls.emplace_back("poll");
             timeout_ms = timeout;
-            return Interposed_sockets::poll(fds, count, timeout);
+            return Interposed_calls::poll(fds, count, timeout);
         }
         ssize_t read(int fd, void* data, std::size_t size) override
         {
             note("read", fd);
             EXPECT_EQ(names[fd] == "pipe" ? 64U : 256U, size);
             pollfd entry{fd, POLLIN, 0};
-            if (Interposed_sockets::poll(&entry, 1, 0) == 1)
-                return Interposed_sockets::read(fd, data, size);
+            if (Interposed_calls::poll(&entry, 1, 0) == 1)
+                return Interposed_calls::read(fd, data, size);
             ADD_FAILURE() << "the read would block";
             errno = EAGAIN;
             return -1;
@@ -971,22 +971,22 @@ TEST(TCP_server_buffered, takes_its_steps_in_order)
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
             note("write", fd);
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         }
         int close(int fd) override
         {
             note("close", fd);
-            return Interposed_sockets::close(fd);
+            return Interposed_calls::close(fd);
         }
         int accept(int fd, sockaddr* address, socklen_t* size) override
         {
             note("accept", fd);
-            return Interposed_sockets::accept(fd, address, size);
+            return Interposed_calls::accept(fd, address, size);
         }
         int fcntl(int fd, int command, long argument) override
         {
             note(command == F_GETFL ? "getfl" : "setfl", fd);
-            return Interposed_sockets::fcntl(fd, command, argument);
+            return Interposed_calls::fcntl(fd, command, argument);
         }
     };
     const Debug_output output;
@@ -1035,12 +1035,12 @@ TEST(TCP_server_buffered, takes_its_steps_in_order)
 
 TEST(TCP_server_buffered, waits_without_limit_when_it_blocks)
 {
-    struct Noted_calls : Interposed_sockets {
+    struct Noted_calls : Interposed_calls {
         std::vector<int> timeouts_ms;
         int poll(pollfd* fds, nfds_t count, int timeout) override
         {
             timeouts_ms.push_back(timeout);
-            return Interposed_sockets::poll(fds, count, timeout);
+            return Interposed_calls::poll(fds, count, timeout);
         }
     };
     const Debug_output output;
@@ -1125,7 +1125,7 @@ TEST(TCP_server_buffered, accepts_one_client_in_a_pass)
 
 TEST(TCP_server_buffered, gives_the_clients_flags_to_the_listening_socket)
 {
-    struct Noted_calls : Interposed_sockets {
+    struct Noted_calls : Interposed_calls {
         std::vector<std::pair<int, long>> set;
         int fcntl(int fd, int command, long argument) override
         {
@@ -1135,7 +1135,7 @@ TEST(TCP_server_buffered, gives_the_clients_flags_to_the_listening_socket)
                 set.emplace_back(fd, argument);
                 return 0;
             }
-            return Interposed_sockets::fcntl(fd, command, argument);
+            return Interposed_calls::fcntl(fd, command, argument);
         }
     };
     const Debug_output output;
@@ -1269,15 +1269,15 @@ TEST(TCP_server_buffered, sends_1024_bytes_to_each_client_in_a_pass)
 
 TEST(TCP_server_buffered, sends_the_rest_of_a_short_write_later)
 {
-    struct Short_writes : Interposed_sockets {
+    struct Short_writes : Interposed_calls {
         int sd = -1;
         std::vector<std::size_t> sizes;
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
             if (fd != sd)
-                return Interposed_sockets::write(fd, data, size);
+                return Interposed_calls::write(fd, data, size);
             sizes.push_back(size);
-            return Interposed_sockets::write(fd, data, std::min<std::size_t>(size, 1000));
+            return Interposed_calls::write(fd, data, std::min<std::size_t>(size, 1000));
         }
     };
     const Debug_output output;
@@ -1317,14 +1317,14 @@ TEST(TCP_server_buffered, skips_a_client_that_would_block_and_closes_one_that_fa
 // A piece counts as read only when it is sent, and then from wherever the position has got to.
 TEST(TCP_server_buffered, loses_bytes_to_a_producer_that_gets_ahead_while_they_are_sent)
 {
-    struct Overtaken_writes : Interposed_sockets {
+    struct Overtaken_writes : Interposed_calls {
         int sd = -1;
         std::function<void()> meanwhile;
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
             if (fd == sd && meanwhile)
                 std::exchange(meanwhile, nullptr)();
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         }
     };
     struct Case {
@@ -1369,13 +1369,13 @@ TEST(TCP_server_buffered, leaves_a_client_alone_whose_connection_is_full)
         return server.dropped_bytes > 0;
     }));
     // What cannot be sent is not even tried.
-    struct Counted_writes : Interposed_sockets {
+    struct Counted_writes : Interposed_calls {
         int sd = -1;
         int tries = 0;
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
             tries += fd == sd ? 1 : 0;
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         }
     };
     Counted_writes calls;
@@ -1569,7 +1569,7 @@ TEST(TCP_server_buffered, is_stopped_but_while_it_runs)
 
 TEST(TCP_server_buffered, quits_with_one_four_and_waits_until_it_has_stopped)
 {
-    struct Noted_writes : Interposed_sockets {
+    struct Noted_writes : Interposed_calls {
         std::mutex mutex;
         std::vector<std::pair<int, Bytes>> writes;
         ssize_t write(int fd, const void* data, std::size_t size) override
@@ -1577,7 +1577,7 @@ TEST(TCP_server_buffered, quits_with_one_four_and_waits_until_it_has_stopped)
             const std::lock_guard<std::mutex> lock(mutex);
             const auto* const bytes = static_cast<const unsigned char*>(data);
             writes.emplace_back(fd, Bytes(bytes, bytes + size));
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         }
     };
     const Debug_output output;
@@ -1665,7 +1665,7 @@ TEST(TCP_server_buffered, complains_when_it_is_destroyed_before_it_has_quit)
 
 TEST(TCP_server_buffered, closes_all_its_descriptors)
 {
-    struct Noted_calls : Interposed_sockets {
+    struct Noted_calls : Interposed_calls {
         const std::thread::id testing_thread = std::this_thread::get_id();
         std::vector<int> shut, closed, timeouts_ms; // on that thread
         void note(std::vector<int>& values, int value) const
@@ -1677,17 +1677,17 @@ TEST(TCP_server_buffered, closes_all_its_descriptors)
         {
             EXPECT_EQ(SHUT_RDWR, how);
             note(shut, fd);
-            return Interposed_sockets::shutdown(fd, how);
+            return Interposed_calls::shutdown(fd, how);
         }
         int poll(pollfd* fds, nfds_t count, int timeout) override
         {
             note(timeouts_ms, timeout);
-            return Interposed_sockets::poll(fds, count, timeout);
+            return Interposed_calls::poll(fds, count, timeout);
         }
         int close(int fd) override
         {
             note(closed, fd);
-            return Interposed_sockets::close(fd);
+            return Interposed_calls::close(fd);
         }
     };
     const Debug_output output;
@@ -1838,7 +1838,7 @@ TEST(TCP_server_buffered, works_among_thousands_of_descriptors)
 namespace {
 
 /// Holds clients back as told: what they have room for is hidden, or writing to them is cut short or fails.
-class Throttling_calls : public Interposed_sockets {
+class Throttling_calls : public Interposed_calls {
 public:
     struct Plan {
         bool full = false;
@@ -1849,7 +1849,7 @@ public:
 
     int poll(pollfd* fds, nfds_t count, int timeout_ms) override
     {
-        const int ready = Interposed_sockets::poll(fds, count, timeout_ms);
+        const int ready = Interposed_calls::poll(fds, count, timeout_ms);
         for (nfds_t i = 0; i < count; ++i) {
             const auto plan = plans.find(fds[i].fd);
             if (plan != plans.end() && plan->second.full)
@@ -1861,12 +1861,12 @@ public:
     {
         const auto plan = plans.find(fd);
         if (plan == plans.end())
-            return Interposed_sockets::write(fd, data, size);
+            return Interposed_calls::write(fd, data, size);
         if (plan->second.error != 0) {
             errno = plan->second.error;
             return -1;
         }
-        return Interposed_sockets::write(fd, data, std::min(size, plan->second.limit));
+        return Interposed_calls::write(fd, data, std::min(size, plan->second.limit));
     }
 };
 
@@ -1955,8 +1955,8 @@ namespace {
 
 /// A stream that is cut into messages, and who may write the next one when.
 ///
-/// A client's position in the server advances only after a piece of up to 1024 bytes is sent, so it loses nothing
-/// as long as no more than 4095 - 1024 bytes are written that it has not received.
+/// A client's position in the server advances only after a piece of up to 1024 bytes is sent, so it loses
+/// nothing as long as no more than 4095 - 1024 bytes are written that it has not received.
 class Pace {
 public:
     void write(std::size_t size, const std::function<void()>& write_it)
@@ -1986,7 +1986,8 @@ private:
     std::size_t received = 0;
 };
 
-/// How many bytes of a stream are missing from what was received of it; -1 when there is more to it than gaps.
+/// How many bytes of a stream are missing from what was received of it;
+/// -1 when there is more to it than gaps.
 std::ptrdiff_t count_missing(const Bytes& stream, const Bytes& received)
 {
     constexpr std::ptrdiff_t ENOUGH = 16; // random bytes to find a place by
@@ -2343,11 +2344,11 @@ TEST_F(TCP_server_buffered_hard_stop, ends_the_process_when_the_wake_pipe_cannot
 
 TEST_F(TCP_server_buffered_hard_stop, ends_the_process_on_an_exception_of_the_listening_socket)
 {
-    struct Exceptional_calls : Interposed_sockets {
+    struct Exceptional_calls : Interposed_calls {
         int sd = -1;
         int poll(pollfd* fds, nfds_t count, int timeout_ms) override
         {
-            const int ready = Interposed_sockets::poll(fds, count, timeout_ms);
+            const int ready = Interposed_calls::poll(fds, count, timeout_ms);
             for (nfds_t i = 0; i < count; ++i)
                 if (fds[i].fd == sd && (fds[i].events & POLLPRI) != 0)
                     fds[i].revents = POLLPRI;

@@ -2,7 +2,7 @@
 
 #include "platform/Debug.h"
 #include "tests/support/Debug_output.h"
-#include "tests/support/Interposed_sockets.h"
+#include "tests/support/Interposed_calls.h"
 
 #include <QThread>
 
@@ -56,12 +56,6 @@ static_assert(!std::is_copy_constructible_v<TCP_server>);
 namespace {
 
 constexpr int LIMIT_MS = 60000; // for what takes no time on an idle machine
-
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
-}
 
 bool is_open(int fd)
 {
@@ -227,44 +221,44 @@ private:
 };
 
 /// Answers the server's calls as the test wants, and keeps what it must know of them.
-class System : public Interposed_sockets {
+class System : public Interposed_calls {
 public:
     int socket(int domain, int type, int protocol) override
     {
-        return refused("socket") ? -1 : Interposed_sockets::socket(domain, type, protocol);
+        return refused("socket") ? -1 : Interposed_calls::socket(domain, type, protocol);
     }
 
     int setsockopt(int fd, int level, int name, const void* value, socklen_t size) override
     {
         const std::string call = "setsockopt " + std::to_string(level) + " " + std::to_string(name);
-        return refused(call) ? -1 : Interposed_sockets::setsockopt(fd, level, name, value, size);
+        return refused(call) ? -1 : Interposed_calls::setsockopt(fd, level, name, value, size);
     }
 
     int bind(int fd, const sockaddr* address, socklen_t size) override
     {
-        return refused("bind") ? -1 : Interposed_sockets::bind(fd, address, size);
+        return refused("bind") ? -1 : Interposed_calls::bind(fd, address, size);
     }
 
     int getsockname(int fd, sockaddr* address, socklen_t* size) override
     {
-        return refused("getsockname") ? -1 : Interposed_sockets::getsockname(fd, address, size);
+        return refused("getsockname") ? -1 : Interposed_calls::getsockname(fd, address, size);
     }
 
     int listen(int fd, int wanted_backlog) override
     {
         backlog = wanted_backlog;
-        return refused("listen") ? -1 : Interposed_sockets::listen(fd, wanted_backlog);
+        return refused("listen") ? -1 : Interposed_calls::listen(fd, wanted_backlog);
     }
 
     int accept(int fd, sockaddr* address, socklen_t* size) override
     {
-        return refused("accept") ? -1 : Interposed_sockets::accept(fd, address, size);
+        return refused("accept") ? -1 : Interposed_calls::accept(fd, address, size);
     }
 
     int pipe2(int* ends, int flags) override
     {
         pipe_flags = flags;
-        return refused("pipe2") ? -1 : Interposed_sockets::pipe2(ends, flags);
+        return refused("pipe2") ? -1 : Interposed_calls::pipe2(ends, flags);
     }
 
     int close(int fd) override
@@ -272,7 +266,7 @@ public:
         closed.push_back(fd);
         if (on_close)
             on_close(fd);
-        const int result = Interposed_sockets::close(fd);
+        const int result = Interposed_calls::close(fd);
         return refused("close") ? -1 : result;
     }
 
@@ -280,7 +274,7 @@ public:
     {
         if (refused("read"))
             return -1;
-        const ssize_t result = Interposed_sockets::read(fd, data, size);
+        const ssize_t result = Interposed_calls::read(fd, data, size);
         reads.emplace_back(size, result);
         return result;
     }
@@ -291,14 +285,14 @@ public:
             on_write();
         const auto answers = write_answers.find(fd);
         if (answers == write_answers.end() || answers->second.empty()) {
-            const ssize_t result = Interposed_sockets::write(fd, data, size);
+            const ssize_t result = Interposed_calls::write(fd, data, size);
             full_writes += result < 0 && errno == EAGAIN ? 1 : 0;
             return result;
         }
         const auto [result, error] = answers->second.front();
         answers->second.pop_front();
         errno = error;
-        return result > 0 ? Interposed_sockets::write(fd, data, static_cast<std::size_t>(result)) : result;
+        return result > 0 ? Interposed_calls::write(fd, data, static_cast<std::size_t>(result)) : result;
     }
 
     /// The errors of the calls to come, by name; another name's calls are made.
@@ -351,14 +345,14 @@ public:
         if (timeout_ms >= 0) {
             if (timeout_ms != LIMIT_MS) // which are the test's own, on whatever thread
                 limits_ms.push_back(timeout_ms);
-            return Interposed_sockets::poll(fds, count, timeout_ms);
+            return Interposed_calls::poll(fds, count, timeout_ms);
         }
         steps.at(next)();
         if (++next == steps.size())
             server.quit();
         if (wait)
             return std::exchange(wait, nullptr)(fds, count);
-        const int result = Interposed_sockets::poll(fds, count, LIMIT_MS);
+        const int result = Interposed_calls::poll(fds, count, LIMIT_MS);
         if (result == 0) {
             ADD_FAILURE() << "nothing to wake up for";
             std::abort();
@@ -402,8 +396,8 @@ protected:
     void arrives(int slot) const { EXPECT_TRUE(wait_for(server.connections[slot], POLLIN)); }
     void urgent_arrives(int slot) const { EXPECT_TRUE(wait_for(server.connections[slot], POLLPRI)); }
 
-    /// What has been said since the last call: handlers' texts bare, the server's with their category, perror's
-    /// with what errno says. The line ends are left out.
+    /// What has been said since the last call: handlers' texts bare, the server's with their category,
+    /// perror's with what errno says. The line ends are left out.
     std::vector<std::string> said()
     {
         std::vector<std::string> texts;
@@ -1262,7 +1256,7 @@ TEST_F(TCP_server_turns, quit_comes_before_anything_else_that_is_pending)
                    urgent_arrives(0);
                    clients[0]->close();
                    turns.wait = [&](pollfd* fds, nfds_t count) {
-                       const int result = turns.Interposed_sockets::poll(fds, count, 0);
+                       const int result = turns.Interposed_calls::poll(fds, count, 0);
                        EXPECT_EQ(server.listen_sd, fds[0].fd);
                        fds[0].revents |= POLLPRI; // which would end the process
                        return result;
@@ -1401,16 +1395,16 @@ TEST(TCP_server, a_turn_does_not_begin_while_somebody_holds_the_lock)
 
 TEST(TCP_server, quit_frees_a_writer_whose_client_takes_nothing)
 {
-    class Counted : public Interposed_sockets {
+    class Counted : public Interposed_calls {
     public:
         int poll(pollfd* fds, nfds_t count, int timeout_ms) override
         {
             waits += timeout_ms < 0 ? 1 : 0;
-            return Interposed_sockets::poll(fds, count, timeout_ms);
+            return Interposed_calls::poll(fds, count, timeout_ms);
         }
         ssize_t write(int fd, const void* data, std::size_t size) override
         {
-            const ssize_t result = Interposed_sockets::write(fd, data, size);
+            const ssize_t result = Interposed_calls::write(fd, data, size);
             ++(result < 0 && errno == EAGAIN ? full_writes : done_writes);
             return result;
         }
@@ -1635,7 +1629,7 @@ TEST_F(TCP_server_turns_death,
                            urgent_arrives(0);
                            connect();
                            turns.wait = [&](pollfd* fds, nfds_t count) {
-                               const int result = turns.Interposed_sockets::poll(fds, count, 0);
+                               const int result = turns.Interposed_calls::poll(fds, count, 0);
                                fds[0].revents |= POLLPRI;
                                return result;
                            };

@@ -25,12 +25,6 @@ using Tracker = QObject_instance_tracker;
 using testing::ElementsAre;
 
 static_assert(std::is_base_of_v<QObject, Tracker>);
-static_assert(std::is_constructible_v<Tracker, QString>);
-static_assert(std::is_same_v<decltype(&Tracker::construct), void (Tracker::*)(QObject*, QString, bool)>);
-static_assert(std::is_same_v<decltype(&Tracker::destruct), void (Tracker::*)(QObject*, QString)>);
-static_assert(std::is_same_v<decltype(&Tracker::handle_delete), void (Tracker::*)(QObject*)>);
-static_assert(
-    std::is_same_v<decltype(&Tracker::print_instances), void (Tracker::*)(QObject*, QString, QString)>);
 
 namespace {
 

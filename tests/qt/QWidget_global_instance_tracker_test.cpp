@@ -46,12 +46,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 static_assert(std::is_base_of_v<QObject, Tracker>);
-static_assert(std::is_constructible_v<Tracker, QObject*>);
-static_assert(std::is_same_v<decltype(&Tracker::reset), void (Tracker::*)()>);
-static_assert(std::is_same_v<decltype(&Tracker::to_string), QString (Tracker::*)(const Widgets&)>);
-static_assert(std::is_same_v<decltype(&Tracker::print), void (Tracker::*)(const Widgets&)>);
-static_assert(std::is_same_v<decltype(&Tracker::print_diff), void (Tracker::*)()>);
-static_assert(std::is_same_v<decltype(&print_tree), void (*)(QWidget*, QString&, int, Widgets&)>);
 
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>

@@ -10,13 +10,10 @@
 #include <ostream>
 #include <random>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
 using Qt_image_utils::trim_blank;
-
-static_assert(std::is_same_v<decltype(&trim_blank), QImage (*)(QImage, QSize, int)>);
 
 namespace {
 
@@ -177,7 +174,8 @@ Box reference_box(const Pixels& image, QRgb background)
     return box;
 }
 
-/// What the images of a format show where a colour was set: not every pixel that an image may hold can be set.
+/// What the images of a format show where a colour was set:
+/// not every pixel that an image may hold can be set.
 QRgb as_painted(const QImage& image, QRgb colour)
 {
     if (image.pixelFormat().colorModel() == QPixelFormat::Indexed)
@@ -473,8 +471,8 @@ QImage random_image(std::mt19937& random)
     return image.convertToFormat(format);
 }
 
-/// Bytes as no conversion would make them: padding bits, colours above their alpha. A few values only, so that
-/// there is a background.
+/// Bytes as no conversion would make them: padding bits, colours above their alpha. A few values only, so
+/// that there is a background.
 QImage raw_image(std::mt19937& random)
 {
     const auto below = [&random](int limit) {

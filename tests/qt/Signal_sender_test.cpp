@@ -62,20 +62,6 @@ void QMutex::unlock() noexcept
 static_assert(sizeof(Sender) == sizeof(void*));
 static_assert(!std::is_copy_constructible_v<Sender> && !std::is_copy_assignable_v<Sender>);
 static_assert(!std::is_polymorphic_v<Sender>);
-static_assert(std::is_same_v<decltype(&Sender::_init), void (Sender::*)()>);
-static_assert(std::is_same_v<decltype(&Sender::_deinit), void (Sender::*)()>);
-static_assert(std::is_same_v<decltype(&Sender::empty), bool (Sender::*)() const>);
-static_assert(std::is_same_v<decltype(&Sender::connect),
-                             bool (Sender::*)(const char*, const char*, const QObject*, const char*)>);
-static_assert(std::is_same_v<decltype(&Sender::connected), int (Sender::*)(const char*, const char*)>);
-static_assert(std::is_same_v<decltype(&Sender::disconnect),
-                             bool (Sender::*)(const char*, const char*, const QObject*, const char*)>);
-static_assert(std::is_same_v<decltype(&Sender::emit_signal),
-                             bool (Sender::*)(const char*, const char*, QGenericArgument, QGenericArgument,
-                                              QGenericArgument, QGenericArgument, QGenericArgument,
-                                              QGenericArgument, QGenericArgument, QGenericArgument,
-                                              QGenericArgument, QGenericArgument) const>);
-static_assert(std::is_same_v<decltype(&Sender::print), QString (Sender::*)() const>);
 
 /// Copying one runs whatever the test asks for: it happens inside emit_signal().
 struct Watched {

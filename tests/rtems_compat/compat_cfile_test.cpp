@@ -4,23 +4,20 @@
 
 #include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Temporary_folder.h"
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <sys/stat.h>
-#include <type_traits>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -29,57 +26,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-static_assert(std::is_same_v<decltype(&cfCreate), bool (*)(int, const char*)>);
-static_assert(std::is_same_v<decltype(&cfOpen), bool (*)(int, const char*)>);
-static_assert(std::is_same_v<decltype(&cfWrite), int (*)(int, const void*, int)>);
-static_assert(std::is_same_v<decltype(&cfClose), int (*)(int, bool)>);
-static_assert(std::is_same_v<decltype(&cfGetName), const char* (*)(int)>);
-static_assert(std::is_same_v<decltype(&cfExists), bool (*)()>);
-static_assert(std::is_same_v<decltype(&cfFindLog), int (*)(const char*)>);
-static_assert(std::is_same_v<decltype(&cfGetImplicit), bool (*)(int)>);
-static_assert(std::is_same_v<decltype(&cfSetImplicit), void (*)(int, bool)>);
-static_assert(std::is_same_v<decltype(&cfGetImplicitBits), unsigned long (*)()>);
-static_assert(std::is_same_v<decltype(&cfSetImplicitBits), void (*)(unsigned long)>);
-static_assert(std::is_same_v<decltype(&cfStartLogging), void (*)(const char*, bool, bool, bool)>);
-static_assert(std::is_same_v<decltype(&cfInit0), void (*)()>);
-static_assert(std::is_same_v<decltype(&cfInit), void (*)()>);
-static_assert(std::is_same_v<decltype(cf_file_name), char* [2]>);
-static_assert(sizeof cf_file_name_0 == 256 && sizeof cf_file_name_1 == 256);
-
 const int BAD_SLOTS[] = {-1, 2, 3, INT_MAX, INT_MIN};
 
-/// A folder of the test's own.
-class Scratch {
-public:
-    Scratch()
-    {
-        std::string name = (fs::canonical(fs::temp_directory_path()) / "cf.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        root = name;
-    }
-    ~Scratch() { fs::remove_all(root); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    std::string path(const std::string& below = "") const
-    {
-        return below.empty() ? root : root + "/" + below;
-    }
-    void file(const std::string& name, const std::string& bytes) const
-    {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-    }
-    std::string content(const std::string& name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(path(name), std::ios::binary).rdbuf();
-        return text.str();
-    }
-
-private:
-    std::string root;
-};
+using Scratch = Temporary_folder;
 
 /// In a process where no slot was ever used, with the store mounted on an empty folder; nothing may be
 /// printed.
@@ -116,12 +65,6 @@ int descriptor_on(const std::string& path)
             found = found == -1 ? fd : -2;
     }
     return found;
-}
-
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include "tests/support/Fake_clock.h"
 #include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
-#include "tests/support/Interposed_store_calls.h"
+#include "tests/support/Temporary_folder.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +28,6 @@
 #include <random>
 #include <sched.h>
 #include <set>
-#include <sstream>
 #include <string>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -48,89 +47,10 @@ namespace {
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
-template <typename TYPE>
-constexpr bool is_overload(TYPE)
-{
-    return true;
-}
-
-static_assert(std::is_same_v<decltype(&pcfIsMounted), bool (*)(const char*)>);
-static_assert(std::is_same_v<decltype(&pcfDirectory), const char* (*)()>);
-static_assert(std::is_same_v<decltype(&pcfCheckName), bool (*)(const char*)>);
-static_assert(std::is_same_v<decltype(&pcfOpenRead), PcfResult (*)(const char*, unsigned long, int*)>);
-static_assert(std::is_same_v<decltype(&pcfRead), int (*)(void*, int, PcfResult&, int)>);
-static_assert(std::is_same_v<decltype(&pcfCloseRead), PcfResult (*)(int)>);
-static_assert(is_overload<bool (*)(const char*)>(&pcfCreateWrite));
-static_assert(is_overload<bool (*)(const char*, int*)>(&pcfCreateWrite));
-static_assert(is_overload<bool (*)(const char*)>(&pcfOpenWrite));
-static_assert(is_overload<bool (*)(const char*, int*)>(&pcfOpenWrite));
-static_assert(std::is_same_v<decltype(&pcfOpenWriteImpl), bool (*)(const char*, int*, bool)>);
-static_assert(is_overload<int (*)(const void*, int)>(&pcfWrite));
-static_assert(is_overload<int (*)(const void*, int, int)>(&pcfWrite));
-static_assert(std::is_same_v<decltype(&pcfWriteImpl), int (*)(const void*, int, int)>);
-static_assert(is_overload<bool (*)()>(&pcfCloseWrite));
-static_assert(is_overload<bool (*)(int)>(&pcfCloseWrite));
-static_assert(std::is_same_v<decltype(&pcfCloseWriteImpl), bool (*)(int)>);
-static_assert(std::is_same_v<decltype(&pcfSize), int (*)(const char*, int*)>);
-static_assert(std::is_same_v<decltype(&pcfExists), bool (*)(const char*)>);
-static_assert(std::is_same_v<decltype(&pcfSizeImpl), int (*)(const char*, int*, bool)>);
-static_assert(std::is_same_v<decltype(&pcfRemove), int (*)(const char*)>);
-static_assert(std::is_same_v<decltype(&pcfGetNumFiles), int (*)()>);
-static_assert(std::is_same_v<decltype(&pcfGetFileName), bool (*)(int, char*)>);
-static_assert(std::is_same_v<decltype(&pcfFirst), const char* (*)(PcfFileInfo*)>);
-static_assert(std::is_same_v<decltype(&pcfNext), const char* (*)(PcfFileInfo*)>);
-static_assert(std::is_same_v<decltype(&pcfFormat), int (*)()>);
-static_assert(std::is_same_v<decltype(&pcfRemoveAll), PcfResult (*)()>);
-static_assert(std::is_same_v<decltype(&pcfInfo), bool (*)(PcfInfo&)>);
-static_assert(std::is_same_v<decltype(&pcfMountInProgress), int (*)()>);
 static_assert(PCF_SUCCESS == 0 && PCF_REFUSED == 1 && PCF_BAD_DESCRIPTOR == 2 && PCF_FAILURE == 4);
 static_assert(sizeof(PcfResult) == sizeof(int) && std::is_convertible_v<PcfResult, int>);
 
-/// A folder of the test's own.
-class Scratch {
-public:
-    Scratch()
-    {
-        std::string name = (fs::canonical(fs::temp_directory_path()) / "pcf.XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        root = name;
-    }
-    ~Scratch()
-    {
-        std::error_code ignored; // what a test took the permission to
-        fs::remove_all(root, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    std::string path(const std::string& below = "") const
-    {
-        return below.empty() ? root : root + "/" + below;
-    }
-    void file(const std::string& name, const std::string& bytes = "x") const
-    {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-    }
-    void folder(const std::string& name) const { fs::create_directory(path(name)); }
-    std::string content(const std::string& name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(path(name), std::ios::binary).rdbuf();
-        return text.str();
-    }
-    Names entries() const
-    {
-        Names names;
-        for (const auto& entry : fs::directory_iterator(root))
-            names.push_back(entry.path().filename().string());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-private:
-    std::string root;
-};
+using Scratch = Temporary_folder;
 
 /// In a process where the store was never used: a body that takes an empty folder.
 template <typename BODY>
@@ -165,12 +85,6 @@ std::string output(CALL call)
     testing::internal::CaptureStdout();
     call();
     return testing::internal::GetCapturedStdout();
-}
-
-int fail_with(int error)
-{
-    errno = error;
-    return -1;
 }
 
 std::string text_of(int error)
@@ -489,7 +403,7 @@ TEST(pcfIsMounted, may_be_tried_again_with_its_own_directory)
 TEST(pcfIsMounted, prints_the_error_of_the_second_look_and_not_that_of_making)
 {
     unmounted([](const Scratch& scratch) {
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             int stat(const char*, struct stat*) override { return fail_with(++looks == 1 ? ENOENT : ELOOP); }
             int mkdir(const char* path, mode_t mode) override
             {
@@ -510,10 +424,10 @@ TEST(pcfIsMounted, prints_the_error_of_the_second_look_and_not_that_of_making)
 TEST(pcfIsMounted, mounts_when_only_the_first_look_fails)
 {
     unmounted([](const Scratch& scratch) {
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             int stat(const char* path, struct stat* status) override
             {
-                return ++looks == 1 ? fail_with(EIO) : Interposed_store_calls::stat(path, status);
+                return ++looks == 1 ? fail_with(EIO) : Interposed_calls::stat(path, status);
             }
             int looks = 0;
         } calls;
@@ -548,7 +462,7 @@ TEST(pcfFormat, removes_the_link_by_which_the_store_was_reached)
             fs::create_symlink("real", scratch.path("link"));
             EXPECT_TRUE(pcfIsMounted(scratch.path("link").c_str()));
             EXPECT_EQ(format ? 1 : PCF_SUCCESS, format ? pcfFormat() : pcfRemoveAll());
-            EXPECT_EQ((Names{"pcf", "real"}), scratch.entries());
+            EXPECT_EQ((Names{"pcf", "real", "real/kept"}), scratch.entries());
             EXPECT_EQ("x", scratch.content("real/kept"));
         });
 }
@@ -809,7 +723,7 @@ TEST(pcfOpenRead, seeks_from_the_start)
 {
     mounted([](const Scratch& scratch) {
         scratch.file("f", "0123456789");
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             off_t lseek(int, off_t offset, int whence) override
             {
                 asked = offset;
@@ -1430,11 +1344,11 @@ TEST(pcfCloseWrite, tells_what_fails_and_takes_the_file_for_closed)
 TEST(pcfCloseWrite, brings_the_file_to_the_disc_before_it_closes_it)
 {
     mounted([](const Scratch&) {
-        struct : Interposed_calls, Interposed_store_calls {
+        struct : Interposed_calls {
             int fdatasync(int fd) override
             {
                 done.push_back("sync " + std::to_string(fd));
-                return sync_error != 0 ? fail_with(sync_error) : Interposed_store_calls::fdatasync(fd);
+                return sync_error != 0 ? fail_with(sync_error) : Interposed_calls::fdatasync(fd);
             }
             int close(int fd) override
             {
@@ -1500,7 +1414,7 @@ TEST(pcfSize, tells_size_and_time)
 TEST(pcfSize, takes_a_status_as_large_as_a_disk)
 {
     mounted([](const Scratch&) {
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             int stat(const char*, struct stat* status) override
             {
                 *status = {};
@@ -1628,10 +1542,10 @@ TEST(pcfGetFileName, counts_entries_of_unknown_type_whatever_they_are)
     mounted([](const Scratch& scratch) {
         scratch.file("a");
         scratch.folder("folder");
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             dirent* readdir(DIR* stream) override
             {
-                dirent* const entry = Interposed_store_calls::readdir(stream);
+                dirent* const entry = Interposed_calls::readdir(stream);
                 if (entry != nullptr)
                     entry->d_type = DT_UNKNOWN;
                 return entry;
@@ -1669,10 +1583,10 @@ TEST(pcfGetFileName, cuts_a_name_that_no_file_system_should_tell)
 {
     mounted([](const Scratch& scratch) {
         scratch.file("a");
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             dirent* readdir(DIR* stream) override
             {
-                const dirent* const entry = Interposed_store_calls::readdir(stream);
+                const dirent* const entry = Interposed_calls::readdir(stream);
                 if (entry == nullptr)
                     return nullptr;
                 changed = *entry;
@@ -1770,7 +1684,7 @@ TEST(pcfNext, finds_nothing_where_the_directory_cannot_be_opened)
     mounted([](const Scratch& scratch) {
         scratch.file("a");
         scratch.file("b");
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             DIR* opendir(const char* path) override
             {
                 opened = path;
@@ -1812,7 +1726,7 @@ namespace {
 
 /// Keeps the clock of the process, and gives a directory the times of change that a file system would: that
 /// of the last tick, cut to a multiple of what the system can store.
-class Stamping_file_system : public Interposed_calls, public Interposed_store_calls {
+class Stamping_file_system : public Interposed_calls {
 public:
     Stamping_file_system(std::int64_t tick, std::int64_t granularity)
         : tick_ns(tick), granularity_ns(granularity)
@@ -1833,7 +1747,7 @@ public:
     dirent* readdir(DIR* stream) override
     {
         ++entries_read;
-        return Interposed_store_calls::readdir(stream);
+        return Interposed_calls::readdir(stream);
     }
 
     void advance(std::int64_t ns)
@@ -2138,7 +2052,7 @@ namespace {
 using Contents = std::shared_ptr<std::string>;
 
 /// For tests that close files by the thousand.
-struct No_disc : Interposed_store_calls {
+struct No_disc : Interposed_calls {
     int fdatasync(int) override { return 0; }
 };
 
@@ -2394,11 +2308,11 @@ TEST(pcf, calls_wait_for_the_one_that_holds_the_lock)
 TEST(pcf, asks_for_the_number_of_a_thread_once_and_anew_in_a_child)
 {
     mounted([](const Scratch&) {
-        struct : Interposed_store_calls {
+        struct : Interposed_calls {
             pid_t gettid() override
             {
                 ++asked;
-                return Interposed_store_calls::gettid();
+                return Interposed_calls::gettid();
             }
             std::atomic<int> asked{0};
         } calls;

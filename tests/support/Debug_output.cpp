@@ -2,6 +2,7 @@
 
 #include "platform/Debug.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdarg>
@@ -16,6 +17,16 @@ std::mutex mutex;
 std::condition_variable changed;
 std::vector<Debug_output::Line> caught;
 bool catching = false;
+std::string held; // empty: none
+std::string held_until;
+
+constexpr std::chrono::seconds LONGEST_HOLD(30); // what is awaited is sure to come
+
+bool has_been_said(const std::string& text)
+{
+    return std::any_of(caught.begin(), caught.end(),
+                       [&text](const Debug_output::Line& line) { return line.text == text; });
+}
 
 std::string formatted(const char* format, std::va_list arguments)
 {
@@ -32,15 +43,18 @@ void say(Debug_output::Line line)
 {
     const int error = errno;
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
         if (!catching) {
             const bool with_error =
                 line.way == Debug_output::DEBUG_PERROR || line.way == Debug_output::PERROR;
             const std::string end = with_error ? std::string(": ") + std::strerror(line.error) + "\n" : "";
             std::fputs((line.text + end).c_str(), stderr);
         } else {
+            const bool hold = !held.empty() && line.text == held;
             caught.push_back(std::move(line));
             changed.notify_all();
+            if (hold)
+                changed.wait_for(lock, LONGEST_HOLD, [] { return has_been_said(held_until); });
         }
     }
     errno = error;
@@ -95,6 +109,7 @@ Debug_output::Debug_output()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     caught.clear();
+    held.clear();
     catching = true;
 }
 
@@ -128,6 +143,13 @@ int Debug_output::count(Way way, const std::string& text) const
 {
     const std::lock_guard<std::mutex> lock(mutex);
     return count_caught(way, text);
+}
+
+void Debug_output::hold(const std::string& text, const std::string& until)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    held = text;
+    held_until = until;
 }
 
 bool Debug_output::wait_for(Way way, const std::string& text, int times,

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// Catches what the library says, for as long as the object lives, in place of the platform's debug output and
-/// the C library's perror. One at a time; any thread may print. Without one, all goes to standard error.
+/// Catches what the library says, for as long as the object lives, in place of the platform's debug output
+/// and the C library's perror. One at a time; any thread may print. Without one, all goes to standard error.
 class Debug_output {
 public:
     enum Way { PRINT, CRITICAL, DPRINT, DEBUG_PERROR, PERROR };
@@ -32,6 +32,9 @@ public:
 
     /// How many lines of that way have just this text.
     int count(Way way, const std::string& text) const;
+
+    /// Keeps a thread that says just this text in the call until that other text has been said.
+    void hold(const std::string& text, const std::string& until);
 
     /// Waits until at least `times` lines of that way have just this text; false when they do not come.
     bool wait_for(Way way, const std::string& text, int times = 1,

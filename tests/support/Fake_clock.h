@@ -15,8 +15,8 @@ public:
     Fake_clock& operator=(const Fake_clock&) = delete;
 };
 
-/// The same for the monotonic clock, which stands still but for advance(). Nothing in the process may wait for
-/// time to pass meanwhile.
+/// The same for the monotonic clock, which stands still but for advance(). Nothing in the process may wait
+/// for time to pass meanwhile.
 class Fake_monotonic_clock {
 public:
     explicit Fake_monotonic_clock(std::int64_t milliseconds);

@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// Runs `body` in a child of this process, where what the libraries keep for the process is as it was at load, as
-/// long as only such children touch it. An expectation that fails in the child fails the test here.
+/// Runs `body` in a child of this process, where what the libraries keep for the process is as it was at
+/// load, as long as only such children touch it. An expectation that fails in the child fails the test here.
 inline void in_a_fresh_process(const std::function<void()>& body)
 {
     constexpr unsigned LONGEST_S = 240; // a child that hangs fails as well
