@@ -1,4 +1,5 @@
-#define OPENSSL_SUPPRESS_DEPRECATED // the functions that go straight to the digest, without EVP, are deprecated
+// The functions that go straight to the digest, without EVP, are deprecated.
+#define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "util/CP_MD5.h"
 

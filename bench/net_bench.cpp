@@ -19,8 +19,9 @@
 #include <unistd.h>
 #include <vector>
 
-// One producer, its messages to all clients, on loopback: the time until every client has the bytes. All of it runs
-// on one core: how the scheduler spreads two threads over two cores would otherwise be most of the figure.
+// One producer, its messages to all clients, on loopback: the time until every client has the bytes. All of
+// it runs on one core: how the scheduler spreads two threads over two cores would otherwise be
+// most of the figure.
 
 namespace {
 
@@ -105,8 +106,8 @@ void broadcast(benchmark::State& state, Make make, int count, int burst)
     state.SetItemsProcessed(state.iterations());
 }
 
-/// The producer's own share: how long a call takes, readers stalled or not, 99.9 % of the calls are within it. It
-/// publishes as a console does, a message now and then, and others read what the clients get.
+/// The producer's own share: how long a call takes, readers stalled or not, 99.9 % of the calls are within it.
+/// It publishes as a console does, a message now and then, and others read what the clients get.
 void producer(benchmark::State& state, int count, bool stalled)
 {
     const std::unique_ptr<Broadcast> server = broadcast_by_us();

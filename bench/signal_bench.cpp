@@ -125,8 +125,8 @@ private:
         Named_slots::staticMetaObject.indexOfMethod(EVENT::SLOT_SIGNATURE));
 };
 
-/// The caller's share of queued calls: the receivers' turn comes after the clock is stopped. Waking up an event
-/// loop is most of it, so there is a measurement without: there the receivers' thread has none.
+/// The caller's share of queued calls: the receivers' turn comes after the clock is stopped. Waking up an
+/// event loop is most of it, so there is a measurement without: there the receivers' thread has none.
 template <typename WAY>
 void emission(benchmark::State& state, std::size_t targets, bool woken_up)
 {

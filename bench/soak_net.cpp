@@ -1,5 +1,6 @@
-// Wears the networking classes out: clients come and go, stall and reset, servers go away and come back. At the end
-// descriptors, threads and resident memory are where they began, and no client that kept up missed a byte.
+// Wears the networking classes out: clients come and go, stall and reset, servers go away and come back. At
+// the end descriptors, threads and resident memory are where they began,
+// and no client that kept up missed a byte.
 
 #include "platform/Atime.h"
 #include "util/net/TCP_client.h"

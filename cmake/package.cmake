@@ -12,7 +12,8 @@ set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-  # dpkg-shlibdeps looks for the libraries' packages in the host's database, which knows no second architecture.
+  # dpkg-shlibdeps looks for the libraries' packages in the host's database,
+  # which knows no second architecture.
   set(shlib_depends "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libqt5core5a (>= 5.15.1), libqt5gui5 (>= 5.15.1) | libqt5gui5-gles (>= 5.15.1), libqt5widgets5 (>= 5.15.1), libstdc++6 (>= 12)")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${shlib_depends}")
   set(CPACK_DEBIAN_EXAMPLES_PACKAGE_DEPENDS

@@ -33,7 +33,8 @@ struct Line {
     Point start;  ///< where distances along begin
     Point finish; ///< with `start` gives the direction, and no end to the line
 
-    /// The direction of start to finish, atan2(first, second): 0 along `second`, a quarter turn along `first`.
+    /// The direction of start to finish, atan2(first, second): 0 along `second`,
+    /// a quarter turn along `first`.
     ///
     /// @return degrees when asked for, else radians; -180 to 180 or -pi to pi
     double get_heading(bool degrees) const

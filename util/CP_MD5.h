@@ -81,8 +81,8 @@ public:
     /// next one: without Init() the digests that it gives are not MD5.
     void Final(TSignature& sig);
 
-    /// The compression function by itself: it takes one block of 64 bytes into four words of state, which need
-    /// not be those of the object. The object is not touched otherwise.
+    /// The compression function by itself: it takes one block of 64 bytes into four words of state, which
+    /// need not be those of the object. The object is not touched otherwise.
     ///
     /// @param block  at any address, aligned or not; the bytes are taken as sixteen little-endian words
     void Transform(unsigned* words, const unsigned* block);

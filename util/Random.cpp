@@ -7,8 +7,8 @@ namespace {
 constexpr std::uint32_t MULTIPLIER = 48271;
 constexpr std::uint32_t MODULUS = 2147483647;
 
-// L. Schrage, A more portable Fortran random number generator, ACM TOMS 5 (1979): with these two both products
-// stay below 2^31, from any 32-bit seed.
+// L. Schrage, A more portable Fortran random number generator, ACM TOMS 5 (1979): with these two both
+// products stay below 2^31, from any 32-bit seed.
 constexpr std::uint32_t QUOTIENT = 44488;
 constexpr std::uint32_t REMAINDER = 3399;
 static_assert(MODULUS / MULTIPLIER == QUOTIENT && MODULUS % MULTIPLIER == REMAINDER);

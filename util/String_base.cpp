@@ -36,7 +36,8 @@ std::size_t not_negative(int count)
 
 char* stzncpy(char* dest, const char* src, unsigned n)
 {
-    // Measured before the first byte moves: a text that is appended to itself loses its terminator on the way.
+    // Measured before the first byte moves: a text that is appended to itself loses its
+    // terminator on the way.
     const std::size_t length = strnlen(src, n);
     std::memmove(dest, src, length);
     dest[length] = 0;

@@ -14,8 +14,8 @@
 
 /// Makes a directory with all of its missing parents.
 ///
-/// @param path  absolute, or relative to the working directory. ASCII; what lies beyond is taken as UTF-8, and
-///              QFile::encodeName decides on the bytes of the name.
+/// @param path  absolute, or relative to the working directory. ASCII; what lies beyond is taken as UTF-8,
+///              and QFile::encodeName decides on the bytes of the name.
 /// @return 0 when the directory is there afterwards, also when it was there before; -1 for null, an empty
 ///         text, a file in the way, or what the system refuses. Parents made by then stay.
 QUARVEL_EXPORT int file_ops_mkdir_recursive(const char* path);
@@ -63,8 +63,8 @@ QUARVEL_EXPORT size_t file_ops_stream_write(const void* data, size_t size, size_
 /// Copies the content of one file over another, which is truncated, or made with the permission bits of the
 /// source less the umask; a file that is there keeps its own.
 ///
-/// **Onto itself empties the file**, by whatever name, and answers true. The copy may still be in the system's
-/// cache: it is not synced, and what close reports is not looked at.
+/// **Onto itself empties the file**, by whatever name, and answers true. The copy may still be in the
+/// system's cache: it is not synced, and what close reports is not looked at.
 ///
 /// @param src, dst  never null; links are followed
 /// @return false after a failure, which perror names on standard error:

@@ -11,7 +11,8 @@ namespace Util::String {
 /// The text up to and including its last character that is not one of `chars`; empty where there is none.
 QUARVEL_EXPORT std::string trim_trailing(const std::string& text, const std::string& chars);
 
-/// The words that a POSIX shell makes of a command line: expanded, split, globbed and with the quotes removed.
+/// The words that a POSIX shell makes of a command line: expanded, split,
+/// globbed and with the quotes removed.
 ///
 /// Undefined variables are empty. Commands within the text are run, so pass only text that is trusted; the
 /// processes, the environment and the working directory used are the caller's, and no other thread may change

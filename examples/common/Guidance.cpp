@@ -14,9 +14,9 @@ using Priority = Util::Log_item_priority;
 
 // The gains as built follow from how a vehicle of wheelbase L turns at speed v: a steering angle s moves it
 // across the line with the acceleration s * v * v / L (small angles, radians). Steering by
-// -(kp * x + kd * dx/dt) makes this a damped oscillator with w * w = kp * v * v / L and 2 * w = kd * v * v / L
-// when critically damped. For L = 2.8 m, v = 3 m/s and w = 1 rad/s, which leaves 5 % of an offset after some
-// 5 s, that is 17.8 degrees a metre and 35.7 degrees a metre a second.
+// -(kp * x + kd * dx/dt) makes this a damped oscillator with w * w = kp * v * v / L and
+// 2 * w = kd * v * v / L when critically damped. For L = 2.8 m, v = 3 m/s and w = 1 rad/s, which leaves 5 %
+// of an offset after some 5 s, that is 17.8 degrees a metre and 35.7 degrees a metre a second.
 //
 // The integral takes out what holds the vehicle off the line for good, such as a wheel sensor that is not
 // centred: slowly, within some kp / ki = 9 s, and no more than can be wrong with a sensor.

@@ -50,8 +50,8 @@ public:
     std::optional<Nmea_position> position(const QByteArray& sentence);
 };
 
-/// Fixes out of a live NMEA stream, in pieces of any size. Positions come from GGA once there has been one, until
-/// then from RMC.
+/// Fixes out of a live NMEA stream, in pieces of any size. Positions come from GGA once there has been one,
+/// until then from RMC.
 class Nmea_stream {
 public:
     using Listener = std::function<void(const QByteArray& sentence)>;

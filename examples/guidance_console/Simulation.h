@@ -3,8 +3,9 @@
 #include "Source.h"
 #include "examples/common/Vehicle.h"
 
-/// A simulated vehicle that goes where it is steered to, on a field of its own: at either end its driver takes
-/// the wheel and turns it onto the next parallel. The satellites and the receiver's version are made up.
+/// A simulated vehicle that goes where it is steered to, on a field of its own: at either end its driver
+/// takes the wheel and turns it onto the next parallel.
+/// The satellites and the receiver's version are made up.
 class Simulation : public Paced_source {
     Q_OBJECT
 

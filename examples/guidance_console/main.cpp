@@ -1,5 +1,5 @@
-// The guidance console. Read Console.h first: the core, from a source's fixes to records, viewers and the log.
-// Then Window.h, which shows it.
+// The guidance console. Read Console.h first: the core, from a source's fixes to records, viewers and the
+// log. Then Window.h, which shows it.
 
 #include "Console.h"
 #include "Live.h"

@@ -41,7 +41,8 @@ std::string summary(const Drive& drive, const Figures& figures);
 /// @throw std::runtime_error  when that fails
 void put(const std::string& shown);
 
-/// What shows a drive while it goes on: two lines that are redrawn on a terminal, else a line a second of data.
+/// What shows a drive while it goes on: two lines that are redrawn on a terminal,
+/// else a line a second of data.
 class Progress {
 public:
     explicit Progress(double length_s);

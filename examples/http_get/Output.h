@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <string>
 
-/// Where the body goes. A file gets its name only once all of it is written: before that, what was there under
-/// the name stays, and after a failure it is still there.
+/// Where the body goes. A file gets its name only once all of it is written: before that, what was there
+/// under the name stays, and after a failure it is still there.
 class Output {
 public:
-    /// @param file  empty for standard output. What is no regular file, such as a device, is written directly.
+    /// @param file  empty for standard output. What is no regular file, such as a device,
+    ///              is written directly.
     /// @throws Failed  when it cannot be opened; so do the others when it cannot be written
     explicit Output(const std::string& file);
     ~Output();

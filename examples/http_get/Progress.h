@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-/// A line on standard error, redrawn in place: how much is there and how long the rest takes. Nothing where that
-/// is not a terminal.
+/// A line on standard error, redrawn in place: how much is there and how long the rest takes. Nothing where
+/// that is not a terminal.
 class Progress {
 public:
     Progress();

@@ -17,8 +17,8 @@ struct Response_head {
 
 /// Takes apart an HTTP/1.1 response to GET that is fed in pieces of any size. For one thread.
 ///
-/// The end of the body is where its length, its chunks or, without either, the connection ends. Keeps a line of the
-/// head at most.
+/// The end of the body is where its length, its chunks or, without either, the connection ends. Keeps a line
+/// of the head at most.
 ///
 /// @see RFC 9112, 6.3 and 7.1
 class Response {

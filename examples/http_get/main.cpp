@@ -1,5 +1,5 @@
-// Fetches a file over HTTP/1.1: connects, writes the request, takes the answer apart, and says meanwhile how long
-// it still takes. Read this file first, then Response.h.
+// Fetches a file over HTTP/1.1: connects, writes the request, takes the answer apart, and says meanwhile how
+// long it still takes. Read this file first, then Response.h.
 
 #include "Failed.h"
 #include "Fields.h"

@@ -1,5 +1,5 @@
-// Shows the positions of a receiver that serves NMEA over TCP, for as long as it takes: when the connection is lost
-// or was not there yet, the library's task makes it again.
+// Shows the positions of a receiver that serves NMEA over TCP, for as long as it takes: when the connection
+// is lost or was not there yet, the library's task makes it again.
 
 #include "examples/common/Guidance.h"
 #include "examples/common/Nmea.h"

@@ -39,8 +39,8 @@ void Framer::finish()
         end_gap(window_end());
 }
 
-/// Of the whole frame whose head stands there; 0 if none does. A head that is not all there yet is taken for a
-/// right one, with a length of more than is there.
+/// Of the whole frame whose head stands there; 0 if none does. A head that is not all there yet is taken for
+/// a right one, with a length of more than is there.
 std::size_t Framer::frame_length(std::uint64_t offset) const
 {
     const unsigned char* const head = at(offset);

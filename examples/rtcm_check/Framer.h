@@ -45,8 +45,8 @@ public:
     using Listener = std::function<void(const Stretch&)>;
     explicit Framer(Listener listener);
 
-    /// Tells of all that is decided; a frame as soon as its last byte is in, unless a head before it waits for
-    /// more bytes than that.
+    /// Tells of all that is decided; a frame as soon as its last byte is in, unless a head before it waits
+    /// for more bytes than that.
     void feed(const unsigned char* data, std::size_t count);
 
     /// The stream ends here: tells of the rest. Nothing is fed afterwards.

@@ -24,8 +24,8 @@ public:
     void setLocalCenterLLH(double lat, double lon, double h);
 
     /// Sets the centre from an earth-centred point. What is kept is the point converted to geodetic and
-    /// back, which differs from the one given by less than 0.1 mm from 5000 km off the earth's centre outwards,
-    /// and by more the deeper it lies (see Decart2Geo).
+    /// back, which differs from the one given by less than 0.1 mm from 5000 km off the earth's centre
+    /// outwards, and by more the deeper it lies (see Decart2Geo).
     void setLocalCenterECEF(double x, double y, double z);
 
     /// The centre as it is kept: radians and metres, or metres.

@@ -7,8 +7,8 @@
 ///
 /// Everywhere: latitude and longitude in radians, north and east positive, any turn; heights in metres above
 /// the ellipsoid; earth-centred, earth-fixed coordinates in metres (z towards the north pole, x towards
-/// latitude 0, longitude 0). Nothing is checked and nothing fails: what is not a number goes in and comes out.
-/// No state: any thread at any time.
+/// latitude 0, longitude 0). Nothing is checked and nothing fails: what is not a number goes in and comes
+/// out. No state: any thread at any time.
 
 /// Geodetic to earth-centred coordinates, closed form.
 ///

@@ -7,8 +7,9 @@
 
 /// Estimates how long a running transfer still takes, from reports of how far it is.
 ///
-/// Each report gives one sample of the transfer rate. The estimate takes the average of the last 20, the latest
-/// weighing most, together with the average since the start, which weighs more the longer the transfer runs.
+/// Each report gives one sample of the transfer rate. The estimate takes the average of the last 20, the
+/// latest weighing most, together with the average since the start,
+/// which weighs more the longer the transfer runs.
 ///
 /// A plain value without a constructor of its own: whoever starts a transfer sets what is not to be 0.
 ///
@@ -25,8 +26,8 @@
 class QUARVEL_EXPORT Download_predictor {
 public:
     std::uint32_t history_count = 0; ///< samples held, at most 20
-    /// Bytes per second, oldest first. Once it is full an estimate drops the oldest for the next sample's sake,
-    /// and the last slot keeps a copy until then; while warming up, each new sample replaces the last.
+    /// Bytes per second, oldest first. Once it is full an estimate drops the oldest for the next sample's
+    /// sake, and the last slot keeps a copy until then; while warming up, each new sample replaces the last.
     double history[20] = {};
     Atime start_time;                ///< of the transfer
     Atime last_time;                 ///< of the report before, or of the start
@@ -39,8 +40,8 @@ public:
     ///
     /// @param done   bytes by now; less than before counts as a negative rate
     /// @param total  bytes in all. What is left, `total` - `done`, is unsigned and so wraps beyond the total.
-    /// @return seconds that are left, or -1.0 while warming up; infinite after a transfer that stood still all
-    ///         along
+    /// @return seconds that are left, or -1.0 while warming up;
+    ///         infinite after a transfer that stood still all along
     double get_estimate_seconds(unsigned int done, unsigned int total);
 
     /// The same in minutes begun: seconds / 60 + 1, cut towards zero.

@@ -7,8 +7,8 @@
 /// Writes an HTTP/1.1 request head into a caller's buffer, and tells received header lines apart by the same
 /// table of names.
 ///
-/// Nothing is allocated and nothing is ever written outside the buffer. What did not fit sets `overflowed`, and
-/// from then on every add_*() is refused:
+/// Nothing is allocated and nothing is ever written outside the buffer. What did not fit sets `overflowed`,
+/// and from then on every add_*() is refused:
 ///
 ///     enum { CONTENT_LENGTH, HOST };
 ///     const char* names[] = {"Content-Length", "Host"};
@@ -22,13 +22,13 @@
 ///     if (!head.overflowed)
 ///         send(sd, buf, static_cast<std::size_t>(head.index), 0);
 ///
-/// A head that is longer than the buffer comes piece by piece, each from a builder of its own that may truncate
-/// and starts at minus the length of the pieces before it (see set_index()): as long as a builder has
-/// overflowed, its buffer holds the next `size` - 1 bytes and there may be more. An addition that was cut
+/// A head that is longer than the buffer comes piece by piece, each from a builder of its own that may
+/// truncate and starts at minus the length of the pieces before it (see set_index()): as long as a builder
+/// has overflowed, its buffer holds the next `size` - 1 bytes and there may be more. An addition that was cut
 /// because `allow_truncation` is set answers true.
 ///
-/// Texts are never null except for the host, never lie in the buffer, and are written as they are: line ends or
-/// blanks in them are not looked for. One thread at a time.
+/// Texts are never null except for the host, never lie in the buffer, and are written as they are: line ends
+/// or blanks in them are not looked for. One thread at a time.
 class QUARVEL_EXPORT Header_helper {
 public:
     /// The kind of a table entry. An entry of any other kind matches no line.
@@ -56,8 +56,8 @@ public:
     /// @param size  nothing is stored in a buffer of less than 2 bytes, not even a terminator
     void set_buf(char* buf, int size);
 
-    /// Sets how many bytes count as produced. With a negative number that many of the bytes to come are skipped,
-    /// and the one behind them goes to the start of the buffer.
+    /// Sets how many bytes count as produced. With a negative number that many of the bytes to come are
+    /// skipped, and the one behind them goes to the start of the buffer.
     void set_index(int index);
 
     /// @param line  without its line end
@@ -67,8 +67,8 @@ public:
     /// Appends, whatever `overflowed` says, as far as there is room, and counts all of `len` in `index`.
     ///
     /// A byte more than `len` is copied, which is the terminator when `len` is the length of the text, and a
-    /// terminator is put behind it. That takes two bytes of room: a text that leaves only one in the buffer is
-    /// stored whole and terminated, yet sets `overflowed`.
+    /// terminator is put behind it. That takes two bytes of room: a text that leaves only one in the buffer
+    /// is stored whole and terminated, yet sets `overflowed`.
     ///
     /// @param text  `len` + 1 bytes that can be read
     void write(const char* text, int len);
@@ -78,21 +78,21 @@ public:
     ///
     /// @param path  without its leading "/": deliberately, one that has it comes out with two
     /// @param host  null or empty for the form without a host, where the port does not matter
-    /// @return false with nothing written when there is no room or `overflowed` was set. A line that takes the
-    ///         buffer up to its last byte or the one before is not refused, but cut or stored as write() does,
-    ///         which sets `overflowed`.
+    /// @return false with nothing written when there is no room or `overflowed` was set. A line that takes
+    ///         the buffer up to its last byte or the one before is not refused, but cut or stored as write()
+    ///         does, which sets `overflowed`.
     bool add_http_start(const char* method, const char* path, const char* host, int port);
 
     /// Appends "NAME: VALUE" and a line end.
     ///
     /// @param name_index  of the table entry
-    /// @return false with nothing written when there is no such entry (`overflowed` stays as it is), no room, or
-    ///         `overflowed` was set
+    /// @return false with nothing written when there is no such entry (`overflowed` stays as it is), no room,
+    ///         or `overflowed` was set
     bool add_header(int name_index, const char* value);
 
     /// Appends the blank line that ends the head.
     ///
-    /// @return false with nothing written when there is no room or `overflowed` was set. Three bytes of room are
-    ///         enough, but they set `overflowed`, as write() says.
+    /// @return false with nothing written when there is no room or `overflowed` was set. Three bytes of room
+    ///         are enough, but they set `overflowed`, as write() says.
     bool add_http_finish();
 };

@@ -7,7 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A circular buffer of bytes that is written at one end and read by any number of readers, each at its own pace.
+/// A circular buffer of bytes that is written at one end and read by any number of readers,
+/// each at its own pace.
 ///
 /// The buffer does not know its readers and is never full: a byte that is written goes over the one that was
 /// written 4096 before it. Whoever writes has each reader give up what is in the way first, with make_room().
@@ -27,7 +28,8 @@ public:
     /// @param count  0 to 4095
     void write(const unsigned char* bytes, int count);
 
-    /// How many bytes were written since construction; it goes on from 2147483647 to -2147483648. Hold the lock.
+    /// How many bytes were written since construction;
+    /// it goes on from 2147483647 to -2147483648. Hold the lock.
     std::int32_t total() const { return control.total_written; }
 
 private:
@@ -41,13 +43,13 @@ private:
     Control control;
 };
 
-/// One reader's position. It starts at the writing end: what was written before is not for it. The buffer must
-/// outlive it.
+/// One reader's position. It starts at the writing end: what was written before is not for it.
+/// The buffer must outlive it.
 ///
 /// A reader can have 4095 bytes before it at most, for a full buffer must not look like an empty one.
 ///
-/// While another thread writes, what unread() and free_space() answer without the lock may be out of date at once,
-/// and even mix the state before and after that write; with the lock it is exact.
+/// While another thread writes, what unread() and free_space() answer without the lock may be out of date at
+/// once, and even mix the state before and after that write; with the lock it is exact.
 template <typename BYTE>
 class Multiread_cbuf_safer::Reader {
 public:
@@ -96,8 +98,8 @@ public:
 
     /// Goes on by `count` bytes, but not beyond the last one that was written; without the lock.
     ///
-    /// Deliberate: it goes on from where it is now. When make_room() moved it since copy(), the bytes given up
-    /// then are passed over a second time, uncounted.
+    /// Deliberate: it goes on from where it is now. When make_room() moved it since copy(), the bytes given
+    /// up then are passed over a second time, uncounted.
     ///
     /// @param count  0 or more
     void advance(int count)

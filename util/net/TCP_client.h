@@ -6,12 +6,12 @@
 
 /// Shuts sockets down in both directions, waits for the peers to close their sides, then closes the sockets.
 ///
-/// What peers still send is read and thrown away. Calls perror("error calling shutdown\n") for a descriptor that
-/// cannot be shut down, which is waited for and closed like the others.
+/// What peers still send is read and thrown away. Calls perror("error calling shutdown\n") for a descriptor
+/// that cannot be shut down, which is waited for and closed like the others.
 ///
 /// @param sds         `count` descriptors, negative ones are passed over; may be null when `count` is 0
-/// @param timeout_ms  how long to wait; negative: until the first peer sends or closes, however long that takes,
-///                    and no longer
+/// @param timeout_ms  how long to wait; negative: until the first peer sends or closes, however long that
+///                    takes, and no longer
 /// @return true when every peer closed in time, or there was no descriptor. False
 ///         - when some did not: they are listed on standard error, and all are closed all the same;
 ///         - for more than 100 descriptors, at once: **they are shut down and stay open**.
@@ -29,7 +29,8 @@ public:
     /// As set_address(address, -1) and set_port(port); an address that is too long leaves the empty one.
     TCP_client(const char* address, int port);
 
-    /// As close(). A class that derives is not destroyed through a pointer to this one: nothing here is virtual.
+    /// As close(). A class that derives is not destroyed through a pointer to this one:
+    /// nothing here is virtual.
     ~TCP_client();
 
     TCP_client(const TCP_client&) = delete;            ///< the connection has one owner
@@ -47,13 +48,13 @@ public:
     /// Opens one more connection to the stored peer; the connection that the object holds is left alone.
     ///
     /// The name is looked up first, which may take long whatever the time limit is. Then each address that it
-    /// stands for is tried in turn, with one IPv4 socket: an IPv6 address never connects. The outcome and what
-    /// fails on the way is printed on the debug channel.
+    /// stands for is tried in turn, with one IPv4 socket: an IPv6 address never connects. The outcome and
+    /// what fails on the way is printed on the debug channel.
     ///
     /// @param timeout_ms  limit for each address, not for the whole; 0 takes what is there at once; negative:
-    ///                    as long as the system tries. Deliberate: with a limit, a socket that the system reports
-    ///                    as writable counts as connected even when the connection was refused, as Linux reports
-    ///                    it; the first read or write tells.
+    ///                    as long as the system tries. Deliberate: with a limit, a socket that the system
+    ///                    reports as writable counts as connected even when the connection was refused, as
+    ///                    Linux reports it; the first read or write tells.
     /// @return a descriptor that the caller closes, blocking, with TCP_NODELAY set; -1 when there is none
     int open_connection(int timeout_ms) const;
 

@@ -21,8 +21,8 @@ namespace {
 constexpr int DEBUG_CATEGORY = 107;
 constexpr int SLEEPS_PER_PERIOD = 20;
 
-/// A set of descriptors for select(2) that is as large as it must be. FD_SETSIZE is only what one fd_set has room
-/// for; Linux reads as much of a set as the highest descriptor asks for.
+/// A set of descriptors for select(2) that is as large as it must be. FD_SETSIZE is only what one fd_set has
+/// room for; Linux reads as much of a set as the highest descriptor asks for.
 class Descriptor_set {
 public:
     void clear(int highest) { blocks.assign(static_cast<std::size_t>(highest) / FD_SETSIZE + 1, fd_set{}); }
@@ -45,8 +45,8 @@ private:
 
 /// What the comms thread waits for, and what came of it.
 ///
-/// With select(2), not poll(2): the thread goes by what select() calls readable, writable and exceptional, and by
-/// what it leaves in the sets when it fails.
+/// With select(2), not poll(2): the thread goes by what select() calls readable, writable and exceptional,
+/// and by what it leaves in the sets when it fails.
 class TCP_client_task::Watch {
 public:
     void set(int sd, int wake_end, bool with_write_set)

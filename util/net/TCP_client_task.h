@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <thread>
 
-/// Keeps a connection to one TCP peer alive on a thread of its own, the comms thread, and tells a derived class
-/// when it can read and write. What is read and written is the derived class's affair.
+/// Keeps a connection to one TCP peer alive on a thread of its own, the comms thread, and tells a derived
+/// class when it can read and write. What is read and written is the derived class's affair.
 ///
 /// The comms thread connects, waits, and connects again whenever the connection fails or is lost, from open()
 /// until close(). It is named "TCT_", the last four characters of the address, ":" and the port.
@@ -31,8 +31,8 @@ public:
     ///
     /// Called again and again for as long as there is something to read, so it need not read everything.
     /// @param sd  the connection, non-blocking; the task closes it
-    /// @return negative to have the connection closed and opened anew; a handler that does not answer so at the
-    ///         end of the stream is called again at once
+    /// @return negative to have the connection closed and opened anew; a handler that does not answer so at
+    ///         the end of the stream is called again at once
     virtual int handle_read(int sd) = 0;
 
     /// There is room to write into, and is_write_data_avail() said that there is something to write.
@@ -40,30 +40,33 @@ public:
     /// @param sd  the connection, non-blocking; writing to a broken one raises SIGPIPE unless it is ignored
     virtual void handle_write(int sd) = 0;
 
-    /// Whether handle_write() is to be called as soon as the peer takes data; asked before each wait. Here: no.
+    /// Whether handle_write() is to be called as soon as the peer takes data;
+    /// asked before each wait. Here: no.
     virtual bool is_write_data_avail();
 
-    /// close(), then the pipe. Ends the process when the comms thread cannot be joined: when it is the caller.
+    /// close(), then the pipe. Ends the process when the comms thread cannot be joined:
+    /// when it is the caller.
     virtual ~TCP_client_task();
 
     /// Makes the wake-up pipe; the constructors call it. A failure is printed, and nothing can wake the comms
     /// thread from its wait then.
     void init();
 
-    /// Starts the comms thread. Ends the process (std::terminate) where one is held already: between two calls
-    /// lies a close().
+    /// Starts the comms thread. Ends the process (std::terminate) where one is held already: between two
+    /// calls lies a close().
     ///
     /// @return true; false when the system has no thread to give, after a message
     bool open();
 
     /// Ends the comms thread and the connection.
     ///
-    /// Waits for a handler to return, for a connection attempt to end (see set_connect_timeout()), and, between
-    /// two attempts, for one more.
+    /// Waits for a handler to return, for a connection attempt to end (see set_connect_timeout()), and,
+    /// between two attempts, for one more.
     /// @return false when no thread was held; the task can be opened (again) all the same
     bool close();
 
-    /// Has the comms thread ask is_write_data_avail() anew. Never waits; an overfull pipe is reported by perror.
+    /// Has the comms thread ask is_write_data_avail() anew. Never waits;
+    /// an overfull pipe is reported by perror.
     void notify_write_data_avail();
 
     /// Time between the end of an attempt to connect and the next; 1000 at first, 0 or less for none.

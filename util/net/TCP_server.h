@@ -43,8 +43,8 @@ public:
     /// | line begins | state left behind |
     /// |---|---|
     /// | "cannot open socket :" | no socket |
-    /// | "setsockopt(SO_REUSEPORT):" (it is SO_REUSEADDR) | deliberate: the socket stays open, in `listen_sd` |
-    /// | "setsockopt(TCP_NODELAY):" | the same |
+    /// | "setsockopt(SO_REUSEPORT):" (it is SO_REUSEADDR) | deliberate: the socket stays open, in `listen_sd`
+    /// | | "setsockopt(TCP_NODELAY):" | the same |
     /// | "cannot bind port :" | no socket |
     ///
     /// A server that could not open is not to be run; without a socket run() returns at once.
@@ -92,8 +92,8 @@ public:
     ///
     /// @param sd    the client; not to be closed
     /// @param data  1 to 256 bytes, which may be altered
-    /// @return how many of them were used. When it is not all, the rest is handed over again at once; below 1,
-    ///         the rest is dropped.
+    /// @return how many of them were used. When it is not all, the rest is handed over again at once; below
+    ///         1, the rest is dropped.
     virtual int handle_data(int sd, unsigned char* data, int len) = 0;
 
     /// Hears that a client is gone. Here it does nothing.

@@ -16,10 +16,11 @@
 /// Serves one stream of bytes to any number of TCP clients, on all IPv4 addresses. The derived class handles
 /// what the clients send.
 ///
-/// Messages go to one buffer of 4096 bytes, from which the loop feeds each client at the client's own pace, in
-/// pieces of up to 1024 bytes. Nobody waits for a slow client: one that falls more than 4095 bytes behind loses
-/// its oldest bytes, without regard for where a message begins. A client counts a piece as read only when it is
-/// sent, so producers that run more than 3071 bytes ahead of the loop can cost even a quick client bytes.
+/// Messages go to one buffer of 4096 bytes, from which the loop feeds each client at the client's own pace,
+/// in pieces of up to 1024 bytes. Nobody waits for a slow client: one that falls more than 4095 bytes behind
+/// loses its oldest bytes, without regard for where a message begins. A client counts a piece as read only
+/// when it is sent, so producers that run more than 3071 bytes ahead of the loop can cost even a
+/// quick client bytes.
 ///
 /// Any thread: write_to_all_connections(), wait_quit().
 /// The loop's thread: run_blocking(), or run_poll() again and again, and from within them handle_data().
@@ -28,8 +29,8 @@
 ///
 /// Descriptors may have any number; memory is allocated only when a client connects. Failed system calls are
 /// reported by perror on standard error, the rest on the debug channel under category 107. Three failures end
-/// the process with status 1, see run_blocking(). A client's failure closes that client only; SIGPIPE does not
-/// reach the process from here, whatever it does with that signal.
+/// the process with status 1, see run_blocking(). A client's failure closes that client only; SIGPIPE does
+/// not reach the process from here, whatever it does with that signal.
 class QUARVEL_EXPORT TCP_server_buffered {
 public:
     /// Bytes; a message may have one less.
@@ -37,24 +38,26 @@ public:
 
     /// Listens; the clients that connect wait for the loop to run.
     ///
-    /// After "cannot open socket " or "cannot bind port " (by perror) there is nothing to serve: run_blocking()
-    /// and run_poll() return at once. Other failures are only reported: "setsockopt(SO_REUSEPORT)" (it is
-    /// SO_REUSEADDR), "setsockopt(TCP_NODELAY)", and "TCP_server: could not create notification pipe", after
-    /// which messages wait for some client to send something, and wait_quit() does not end run_blocking().
+    /// After "cannot open socket " or "cannot bind port " (by perror) there is nothing to serve:
+    /// run_blocking() and run_poll() return at once. Other failures are only reported:
+    /// "setsockopt(SO_REUSEPORT)" (it is SO_REUSEADDR), "setsockopt(TCP_NODELAY)", and "TCP_server: could not
+    /// create notification pipe", after which messages wait for some client to send something, and
+    /// wait_quit() does not end run_blocking().
     ///
-    /// @param wanted_port  host order, of which 16 bits count; 0 lets the system choose. The `port` member then has
-    ///              what was bound.
+    /// @param wanted_port  host order, of which 16 bits count; 0 lets the system choose. The `port` member
+    ///              then has what was bound.
     TCP_server_buffered(int wanted_port);
 
     /// Closes the clients, waiting for them to close their side too: up to 100 ms for every hundred of them.
     ///
-    /// Before wait_quit(), and when the constructor could not listen, it says so as a broken precondition, and
-    /// closes what there is.
+    /// Before wait_quit(), and when the constructor could not listen, it says so as a broken precondition,
+    /// and closes what there is.
     virtual ~TCP_server_buffered();
 
     /// Takes what a client sent. On the loop's thread, without a lock.
     ///
-    /// @param sd    the client; its socket is a blocking one, and who writes to it here holds up all the others
+    /// @param sd    the client; its socket is a blocking one,
+    ///              and who writes to it here holds up all the others
     /// @param data  1 to 256 bytes, which may be altered
     virtual void handle_data(int sd, unsigned char* data, int len) = 0;
 
@@ -67,17 +70,19 @@ public:
     /// @return `len`; 0, with nothing queued, for a longer message
     int write_to_all_connections(const unsigned char* data, unsigned int len);
 
-    /// Serves until wait_quit(), or until a signal handler runs on this thread: deliberate, so that one ends it.
+    /// Serves until wait_quit(), or until a signal handler runs on this thread: deliberate,
+    /// so that one ends it.
     ///
-    /// Waiting for events that fails otherwise than with EAGAIN or EINTR ("error in select" by perror; also when
-    /// a client's descriptor was closed by other means than close_connection()), reading the wake pipe that
-    /// fails otherwise than with EAGAIN ("error in wake fd") and an exceptional condition of the listening
-    /// socket end the process with status 1.
+    /// Waiting for events that fails otherwise than with EAGAIN or EINTR ("error in select" by perror; also
+    /// when a client's descriptor was closed by other means than close_connection()), reading the wake pipe
+    /// that fails otherwise than with EAGAIN ("error in wake fd") and an exceptional condition of the
+    /// listening socket end the process with status 1.
     ///
     /// @return false
     bool run_blocking();
 
-    /// Serves what there is to do now, without waiting for more. It ends the process where run_blocking() does.
+    /// Serves what there is to do now, without waiting for more.
+    /// It ends the process where run_blocking() does.
     ///
     /// @return false when run_blocking() would end
     bool run_poll();
@@ -92,8 +97,9 @@ public:
     /// Makes run_blocking() or run_poll() return false, and waits until it has. Not from handle_data(), which
     /// would wait for itself.
     ///
-    /// Between two calls of run_poll() it returns at once, and the next one is not affected. Where nothing has
-    /// run yet it waits until something has. perror says "could not quit" when the loop could not be told.
+    /// Between two calls of run_poll() it returns at once, and the next one is not affected. Where nothing
+    /// has run yet it waits until something has.
+    /// perror says "could not quit" when the loop could not be told.
     void wait_quit();
 
     /// Closes a client. On the loop's thread.

@@ -36,9 +36,9 @@ public:
     /// in the list once, under the new number.
     ///
     /// @param detail             any text for the report; an empty one is left out
-    /// @param connect_destroyed  whether the object's destroyed() reports its end. Without it the caller calls
-    ///                           destruct() before the object goes: every report asks every tracked object
-    ///                           for its class.
+    /// @param connect_destroyed  whether the object's destroyed() reports its end. Without it the caller
+    ///                           calls destruct() before the object goes: every report asks every tracked
+    ///                           object for its class.
     void construct(QObject* obj, QString detail, bool connect_destroyed);
 
     /// Tracks an object no longer. The report is printed also when it was not tracked; the object is asked

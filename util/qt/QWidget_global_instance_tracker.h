@@ -21,7 +21,8 @@ class QWidget;
 /// class of its parent. Addresses are decimal; on 32-bit machines those from 2^31 on are extended by their
 /// sign to 64 bits, so they have 20 digits. It all goes to standard output, in the local 8-bit encoding.
 ///
-/// Widgets are told apart by their addresses alone: a new one in the place of one that went is taken for that.
+/// Widgets are told apart by their addresses alone:
+/// a new one in the place of one that went is taken for that.
 ///
 /// Built with new and forgotten: it has no parent, and stays for ever, silent, if the watched object does. It
 /// leaves a timer behind, which runs on without effect. For the GUI thread, after the QApplication is built.
@@ -31,8 +32,8 @@ class QUARVEL_EXPORT QWidget_global_instance_tracker : public QObject {
 public:
     /// Takes the snapshot of the widgets that are there.
     ///
-    /// @param object  the one to watch, not null; not owned. Its class is taken now: of one whose constructor is
-    ///                not done, that is what it is by then.
+    /// @param object  the one to watch, not null; not owned. Its class is taken now: of one whose constructor
+    ///                is not done, that is what it is by then.
     explicit QWidget_global_instance_tracker(QObject* object);
 
     /// Takes the snapshot anew: what is there now is never reported.
@@ -59,8 +60,8 @@ private:
     QString watched_class;
 };
 
-/// Appends the lines of a widget and of what is below it, as far as they are in the set, and takes them out of
-/// the set.
+/// Appends the lines of a widget and of what is below it, as far as they are in the set,
+/// and takes them out of the set.
 ///
 /// A widget whose parent is in the set as well is found under it: the lines are those of the topmost of such
 /// parents. What is not in the set has no line, but what is below it keeps its depth.

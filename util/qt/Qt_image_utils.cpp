@@ -109,7 +109,8 @@ void cut_halo(QImage& output, const QImage& plain, QRgb background, int border)
     constexpr int NONE = -5; // further than `border` above every row that asks
     int seed = NONE;
     // Column `border` for all of them, which the rings have painted over: this finds nothing, unless the
-    // background is a pixel that cannot be painted, as one with bits set that its format leaves unused. Kept so.
+    // background is a pixel that cannot be painted,
+    // as one with bits set that its format leaves unused. Kept so.
     for (int y = 2 * border + 1; y >= 1 && seed == NONE; --y)
         if (plain.pixel(border, y) != background)
             seed = y;

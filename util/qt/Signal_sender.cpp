@@ -91,7 +91,8 @@ const char* after_word(const char* text)
     return text;
 }
 
-/// True for the usual signature, words between parentheses and commas, unless normalising rewrites one of them.
+/// True for the usual signature, words between parentheses and commas,
+/// unless normalising rewrites one of them.
 bool is_normalized(const char* signature)
 {
     const char* at = after_word(signature);
@@ -115,8 +116,8 @@ QByteArray normalized_without_code(const char* text)
 }
 
 /// Whether the method's signature, normalised, is the text, normalised. Most methods are told apart by their
-/// names, where normalising does no more than to take out white space, and the right one is mostly written as it
-/// is: normalising takes time.
+/// names, where normalising does no more than to take out white space, and the right one is mostly written as
+/// it is: normalising takes time.
 bool has_signature(const QMetaMethod& method, const char* text)
 {
     const QByteArray name = method.name();
