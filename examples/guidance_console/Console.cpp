@@ -49,6 +49,12 @@ std::string md5_of(const QByteArray& bytes)
 
 } // namespace
 
+QString swath_name(int swath)
+{
+    return swath == 0 ? QStringLiteral("A–B")
+                      : QStringLiteral("%1 %2").arg(std::abs(swath)).arg(swath > 0 ? 'R' : 'L');
+}
+
 Console::Console(Source& source, Store& store, Epoch_server* server, Actions& actions, Firmware firmware)
     : fixes(source), records(store), viewers(server),
       program_log("console", "operation", 0, Util::Log_item_source::Target_type::none),
@@ -56,8 +62,10 @@ Console::Console(Source& source, Store& store, Epoch_server* server, Actions& ac
 {
     program_log.sender()->forward_to(central);
     connect(&central, &Util::Log_item_sender::logged, this, [this](const Util::Log_item& item) {
-        items.append(item, QTime::currentTime());
-        records.log(QTime::currentTime().toString("HH:mm:ss.zzz ").toStdString() + item.to_string());
+        const auto drive_ms = static_cast<int>(1000.0 * std::fmod(now.epoch.fix.time_s, 86400.0));
+        const QTime time = drive_began ? drive_began->addMSecs(drive_ms) : QTime::currentTime();
+        items.append(item, time);
+        records.log(time.toString("HH:mm:ss.zzz ").toStdString() + item.to_string());
     });
     connect(&source, &Source::fix, this, &Console::take_fix);
     connect(&source, &Source::sentence, this, &Console::take_sentence);
@@ -185,11 +193,11 @@ void Console::step(const Fix& fix)
         now.has_line &&
         std::fabs(std::remainder(now.epoch.heading_deg - straight.ab_heading(), 360.0)) > 90.0;
     now.off_seen = from_b_to_a ? -now.epoch.xtrack : now.epoch.xtrack;
-    if (now.has_line && (!now.engaged || now.driver_turns))
+    if (now.has_line && (!now.engaged || now.driver_turns || !fixes.can_steer()))
         choose_swath();
 }
 
-/// While nobody follows one, the nearest parallel is the one to be followed.
+/// While nobody follows one, or can be made to, the nearest parallel is the one to be followed.
 void Console::choose_swath()
 {
     const double from_line = now.epoch.xtrack + now.swath * SWATH_WIDTH;
@@ -200,8 +208,9 @@ void Console::choose_swath()
 void Console::remember()
 {
     const double time_s = now.epoch.fix.time_s;
-    latest.push_back({time_s, now.off_seen, now.epoch.steering_deg});
-    while (time_s - latest.front().time_s > CHART_S)
+    if (now.has_line)
+        latest.push_back({time_s, now.off_seen, now.epoch.steering_deg});
+    while (!latest.empty() && time_s - latest.front().time_s > CHART_S)
         latest.pop_front();
 
     const bool works = now.engaged && !now.driver_turns;
@@ -284,31 +293,32 @@ QString Console::alarm() const
 void Console::set_a()
 {
     if (!now.has_fix) {
-        note(Priority::Warning, "A not set: no position", __LINE__);
+        answer(Priority::Warning, "A not set: no position", __LINE__);
         return;
     }
     new_a = now.epoch.fix.position;
-    note(Priority::Info, "A set: drive on and set B", __LINE__);
+    answer(Priority::Info, "A set: drive on and set B", __LINE__);
     draw_line();
 }
 
 void Console::set_b()
 {
     if (!now.has_fix || (!new_a && !settings.line)) {
-        note(Priority::Warning, now.has_fix ? "B not set: set A first" : "B not set: no position", __LINE__);
+        answer(Priority::Warning, now.has_fix ? "B not set: set A first" : "B not set: no position",
+               __LINE__);
         return;
     }
     const Line_ends ends{new_a ? *new_a : settings.line->a, now.epoch.fix.position};
     const double length = distance_between(ends.a, ends.b);
     if (length < SHORTEST_LINE) {
-        note(Priority::Warning, text("B not set: %.2f m from A is too near", length), __LINE__);
+        answer(Priority::Warning, text("B not set: %.2f m from A is too near", length), __LINE__);
         return;
     }
     new_a.reset();
     settings.line = ends;
     settings.nudge = 0.0;
     use_line(ends);
-    note(Priority::Info, text("line set, %.1f m at %.1f degrees", length, straight.ab_heading()), __LINE__);
+    answer(Priority::Info, text("line set, %.1f m at %.1f degrees", length, straight.ab_heading()), __LINE__);
     save();
     draw_line();
 }
@@ -316,12 +326,12 @@ void Console::set_b()
 void Console::nudge(double metres)
 {
     if (!now.has_line) {
-        note(Priority::Warning, "no line to nudge", __LINE__);
+        answer(Priority::Warning, "no line to nudge", __LINE__);
         return;
     }
     now.nudge = settings.nudge = std::clamp(now.nudge + metres, -SWATH_WIDTH, SWATH_WIDTH);
-    note(Priority::Info,
-         text("line nudged by %.0f cm, now %+.0f cm", 100.0 * metres, 100.0 * now.nudge + 0.0), __LINE__);
+    answer(Priority::Info,
+           text("line nudged by %.0f cm, now %+.0f cm", 100.0 * metres, 100.0 * now.nudge + 0.0), __LINE__);
     save();
     draw_line();
 }
@@ -329,8 +339,8 @@ void Console::nudge(double metres)
 void Console::engage(bool on)
 {
     if (on && (!now.has_line || !now.has_fix)) {
-        note(Priority::Warning, now.has_line ? "not engaged: no position" : "not engaged: set A and B first",
-             __LINE__);
+        answer(Priority::Warning,
+               now.has_line ? "not engaged: no position" : "not engaged: set A and B first", __LINE__);
         return;
     }
     if (on == now.engaged)
@@ -339,7 +349,7 @@ void Console::engage(bool on)
     now.driver_turns = false;
     if (on)
         guidance->reset();
-    note(Priority::Info, on ? text("engaged on parallel %d", now.swath) : "stopped", __LINE__);
+    answer(Priority::Info, on ? text("engaged on parallel %d", now.swath) : "stopped", __LINE__);
     emit changed();
 }
 
@@ -348,11 +358,11 @@ void Console::tune(Gains gains)
     settings.gains = within_limits(gains);
     if (guidance)
         guidance->set_gains(settings.gains);
-    note(Priority::Info,
-         text("gains: kp %.1f, ki %.1f, kd %.1f, integral to %.1f, steering to %.0f degrees",
-              settings.gains.kp_deg, settings.gains.ki_deg, settings.gains.kd_deg,
-              settings.gains.max_integral_deg, settings.gains.max_steering_deg),
-         __LINE__);
+    answer(Priority::Info,
+           text("gains: kp %.1f, ki %.1f, kd %.1f, integral to %.1f, steering to %.0f degrees",
+                settings.gains.kp_deg, settings.gains.ki_deg, settings.gains.kd_deg,
+                settings.gains.max_integral_deg, settings.gains.max_steering_deg),
+           __LINE__);
     save();
     emit changed();
 }
@@ -367,7 +377,7 @@ void Console::reset()
         guidance->set_gains(settings.gains);
         guidance->reset();
     }
-    note(Priority::Info, "reset: gains as built, line not nudged, track cleared", __LINE__);
+    answer(Priority::Info, "reset: gains as built, line not nudged, track cleared", __LINE__);
     save();
     draw_line();
 }
@@ -375,12 +385,13 @@ void Console::reset()
 void Console::export_log(int least_priority)
 {
     const QByteArray all = items.text(static_cast<Priority>(least_priority));
-    if (records.put(EXPORT_FILE, all))
-        note(Priority::Info,
-             text("%d items exported to %s, MD5 %s", all.count('\n'), EXPORT_FILE, md5_of(all).c_str()),
-             __LINE__);
-    else
-        note(Priority::Error, "the log could not be exported", __LINE__);
+    if (!records.put(EXPORT_FILE, all)) {
+        answer(Priority::Error, "the log could not be exported", __LINE__);
+        return;
+    }
+    const std::string done = text("%d items exported to %s", all.count('\n'), EXPORT_FILE);
+    note(Priority::Info, done + ", MD5 " + md5_of(all), __LINE__);
+    emit answered(QString::fromStdString(done));
 }
 
 void Console::say_store_problem()
@@ -411,6 +422,12 @@ Math2D::Point Console::in_field(const PointLLH& point)
     Math2D::Point place;
     field.convPointLLH2Local(point, place.first, place.second);
     return place;
+}
+
+void Console::answer(Priority priority, const std::string& message, int code_line)
+{
+    note(priority, message, code_line);
+    emit answered(QString::fromStdString(message));
 }
 
 void Console::note(Priority priority, const std::string& message, int code_line) const

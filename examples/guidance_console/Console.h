@@ -30,6 +30,9 @@ struct Moment {
     std::int64_t number = 0;   ///< of epochs so far
 };
 
+/// What a parallel is called: "A–B" is the line itself, "2 R" the second to its right.
+QString swath_name(int swath);
+
 /// The line as the screen draws it.
 struct Field_line {
     std::optional<Math2D::Point> a;
@@ -71,6 +74,9 @@ public:
     /// @param engaged  whether to steer from the first fix on
     void start(bool engaged);
 
+    /// Has the log tell the drive's time, which began then, and not the clock's: the same drive makes the same log.
+    void set_drive_began(QTime time) { drive_began = time; }
+
     const Moment& moment() const { return now; }
     const Field_line& line() const { return drawn_line; }
     const std::vector<Track_place>& track() const { return way; }
@@ -90,6 +96,7 @@ signals:
     void epoch_done();
     void changed(); ///< the line, the gains, the steering's state or a part's health
     void sky_changed();
+    void answered(const QString& message); ///< what became of the operator's latest wish
 
 public slots:
     void set_a();
@@ -118,6 +125,7 @@ private:
     void save();
     void draw_line();
     Math2D::Point in_field(const PointLLH& point);
+    void answer(Util::Log_item_priority priority, const std::string& message, int code_line);
     void note(Util::Log_item_priority priority, const std::string& message, int code_line) const;
 
     Source& fixes;
@@ -144,4 +152,5 @@ private:
     QElapsedTimer since_fix;
     QTimer watchdog;
     int lost_bytes = 0;
+    std::optional<QTime> drive_began;
 };

@@ -12,12 +12,18 @@ public:
     /// Lamps on either side of the middle one.
     static constexpr int LAMPS = 14;
 
+    static constexpr int HEIGHT = 112;
+    static constexpr int NIGHT_WIDTH = 56; ///< of the place for a button in the lower right corner
+
     explicit Light_bar(const Console& shown);
 
     /// How many lamps burn, and on which side: negative to the left. The middle one always does.
     static int lamps(double off_seen);
 
-    /// "12 cm", "6.04 m"; without a line or a fix a dash.
+    /// "12 cm", "6.04 m", "12.3 m", "529 m": in the unit that is read best, without its sign.
+    static QString distance_text(double metres);
+
+    /// The distance; without a line or a fix a dash.
     QString figure() const;
 
 protected:

@@ -16,6 +16,9 @@ namespace {
 
 using Priority = Util::Log_item_priority;
 
+constexpr int BUTTON = 48;
+constexpr int SIDE = 60;
+
 QColor colour_of(Priority priority)
 {
     switch (priority) {
@@ -23,7 +26,7 @@ QColor colour_of(Priority priority)
         return theme().accent;
     case Priority::Caution:
     case Priority::Warning:
-        return theme().caution;
+        return theme().warning;
     default:
         return theme().bad;
     }
@@ -36,11 +39,11 @@ public:
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override
     {
-        const QFontMetrics metrics(ui_font(12));
+        const QFontMetrics metrics(ui_font(13));
         const int wide = width_of(option);
         const QRect text = metrics.boundingRect(QRect(0, 0, wide, 400), Qt::TextWordWrap,
                                                 index.data(Qt::DisplayRole).toString());
-        return {wide, text.height() + 24};
+        return {wide, text.height() + 27};
     }
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
@@ -48,22 +51,22 @@ public:
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
         const auto priority = static_cast<Priority>(index.data(Log_model::PRIORITY).toInt());
-        const QRectF box = QRectF(option.rect).adjusted(6, 2, -4, -2);
+        const QRectF box = QRectF(option.rect).adjusted(0, 2, -6, -4);
         painter->setPen(Qt::NoPen);
         painter->setBrush(colour_of(priority));
         painter->drawRoundedRect(QRectF(box.left(), box.top(), 4, box.height()), 2, 2);
         painter->setPen(colour_of(priority));
-        painter->setFont(ui_font(10, true));
-        const QRectF head = box.adjusted(12, 0, -4, 0);
+        painter->setFont(ui_font(11, true));
+        const QRectF head = box.adjusted(12, 0, -4, 4);
         painter->drawText(head, Qt::AlignLeft | Qt::AlignTop, Util::qstring(priority).toUpper());
         painter->setPen(theme().faint);
-        painter->setFont(ui_font(10));
+        painter->setFont(ui_font(11));
         painter->drawText(head, Qt::AlignRight | Qt::AlignTop,
-                          index.data(Log_model::SOURCE).toString() + "   " +
+                          index.data(Log_model::SOURCE).toString() + "  " +
                               index.data(Log_model::TIME).toTime().toString("HH:mm:ss"));
         painter->setPen(theme().ink);
-        painter->setFont(ui_font(12));
-        painter->drawText(head.adjusted(0, 15, 0, 0), Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap,
+        painter->setFont(ui_font(13));
+        painter->drawText(head.adjusted(0, 17, 0, 0), Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap,
                           index.data(Qt::DisplayRole).toString());
         painter->restore();
     }
@@ -72,7 +75,22 @@ private:
     static int width_of(const QStyleOptionViewItem& option)
     {
         const auto* view = qobject_cast<const QListView*>(option.widget);
-        return (view != nullptr ? view->viewport()->width() : 280) - 26;
+        return (view != nullptr ? view->viewport()->width() : 280) - 22;
+    }
+};
+
+/// Says so when there is nothing to show.
+class List : public QListView {
+protected:
+    void paintEvent(QPaintEvent* event) override
+    {
+        QListView::paintEvent(event);
+        if (model()->rowCount() > 0)
+            return;
+        QPainter painter(viewport());
+        painter.setPen(theme().faint);
+        painter.setFont(ui_font(14));
+        painter.drawText(viewport()->rect(), Qt::AlignCenter, "nothing so far");
     }
 };
 
@@ -86,7 +104,7 @@ bool Log_panel::Filter::filterAcceptsRow(int row, const QModelIndex& parent) con
 Log_panel::Log_panel(Console& console, const Actions& raised) : actions(raised)
 {
     filter.setSourceModel(&console.log());
-    list = new QListView;
+    list = new List;
     list->setObjectName("log_list");
     list->setModel(&filter);
     list->setItemDelegate(new Item_delegate(list));
@@ -99,7 +117,7 @@ Log_panel::Log_panel(Console& console, const Actions& raised) : actions(raised)
     list->viewport()->installEventFilter(this);
 
     auto* filters = new QHBoxLayout;
-    filters->setSpacing(4);
+    filters->setSpacing(6);
     auto* group = new QButtonGroup(this);
     const std::pair<const char*, Priority> levels[] = {{"All", Priority::Info},
                                                        {"Caution", Priority::Caution},
@@ -112,28 +130,27 @@ Log_panel::Log_panel(Console& console, const Actions& raised) : actions(raised)
         button->setChecked(priority == shown_from);
         button->set_quiet(true);
         button->setToolTip(QString("show from %1 on").arg(Util::qstring(priority)));
-        button->setFixedHeight(44);
+        button->setFixedHeight(BUTTON);
         const Priority chosen = priority;
         connect(button, &Touch_button::clicked, this, [this, chosen] { show_from(chosen); });
         group->addButton(button);
         filters->addWidget(button);
     }
 
-    auto* below = new QHBoxLayout;
-    below->setSpacing(4);
-    follow = new Touch_button("Follow");
+    auto* beside = new QVBoxLayout;
+    beside->setSpacing(6);
+    follow = new Touch_button("Follow", Touch_button::Glyph::end);
     follow->setObjectName("log_follow");
     follow->setCheckable(true);
     follow->setChecked(true);
-    follow->set_quiet(true);
     follow->set_keys("E", "stay at the end");
-    auto* copy = new Touch_button("Export");
+    auto* copy = new Touch_button("Export", Touch_button::Glyph::out);
     copy->setObjectName("log_export");
-    copy->set_quiet(true);
     copy->set_keys("X", "copy what is shown into the store");
     for (Touch_button* button : {follow, copy}) {
-        button->setFixedHeight(44);
-        below->addWidget(button);
+        button->setFixedWidth(SIDE);
+        button->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Expanding);
+        beside->addWidget(button);
     }
     connect(follow, &Touch_button::toggled, this, &Log_panel::follow_end);
     connect(copy, &Touch_button::clicked, this, [this] { actions.export_log(static_cast<int>(shown_from)); });
@@ -143,8 +160,11 @@ Log_panel::Log_panel(Console& console, const Actions& raised) : actions(raised)
     column->setContentsMargins(8, 8, 8, 8);
     column->setSpacing(6);
     column->addLayout(filters);
-    column->addWidget(list);
-    column->addLayout(below);
+    auto* middle = new QHBoxLayout;
+    middle->setSpacing(6);
+    middle->addWidget(list, 1);
+    middle->addLayout(beside);
+    column->addLayout(middle, 1);
     apply_theme();
 }
 

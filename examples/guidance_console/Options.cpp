@@ -24,7 +24,8 @@ The screen of a guidance console. Without a receiver it steers a simulated vehic
   --stopped            begin without steering; a live receiver always does
   --seconds N          end after so many seconds: of the drive, or of the clock with --connect
   --headless           without a screen; at its end the picture goes into the store
-  --snapshot FILE.png  draw the window without a screen, write it and end
+  --snapshot FILE.png  draw the window without a screen, write it and end; its log begins at 12:00, so that
+                       the same drive gives the same picture
   --at SECONDS         when to (default: 20): of the drive, as fast as it goes, or of the clock
   --page N             1 trends, 2 satellites, 3 tuning, 4 log (default: 1)
 )";

@@ -16,8 +16,9 @@
 namespace {
 
 constexpr double ZOOM_STEP = 1.5;
-constexpr int BUTTON = 46;
-constexpr int GAP = 6;
+constexpr int BUTTON = 48;
+constexpr int GAP = 8;
+constexpr int COMPASS = 42;
 constexpr double SMOOTHING = 0.15;    // of the heading's noise, when the heading points up
 constexpr int PARALLELS = 40;         // drawn on either side at most
 constexpr double SMALLEST_STEP = 2.5; // pixels between drawn places of the track
@@ -216,11 +217,15 @@ void Plan_view::paintEvent(QPaintEvent* /*event*/)
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillRect(rect(), theme().map);
     draw_grid(painter);
-    draw_parallels(painter);
+    const std::vector<Parallel> seen = parallels();
+    draw_parallels(painter, seen);
     draw_track(painter);
     draw_line(painter);
     draw_vehicle(painter);
+    draw_names(painter, seen);
     draw_scale(painter);
+    draw_compass(painter);
+    draw_advice(painter);
     round_corners(painter, rect());
 }
 
@@ -237,12 +242,13 @@ void Plan_view::draw_grid(QPainter& painter) const
         painter.drawLine(transform.map(QLineF(seen.left(), row * step, seen.right(), row * step)));
 }
 
-/// The parallels that can be seen, each across the whole view: guidance knows no ends.
-void Plan_view::draw_parallels(QPainter& painter) const
+/// The parallels that can be seen, each across the whole view: guidance knows no ends. The one that is followed
+/// is among them wherever it is.
+std::vector<Plan_view::Parallel> Plan_view::parallels() const
 {
     const Field_line& line = console.line();
     if (!line.a || !line.b)
-        return;
+        return {};
     const QPointF a = east_north(*line.a);
     const QPointF along = (east_north(*line.b) - a) / line.a->get_distance(*line.b);
     const QPointF across(along.y(), -along.x()); // to the right
@@ -254,22 +260,58 @@ void Plan_view::draw_parallels(QPainter& painter) const
     const auto nearest = static_cast<int>(std::lround(QPointF::dotProduct(middle, across) / width));
     const int count =
         width * pixels_a_metre < 6.0 ? 0 : std::min(PARALLELS, static_cast<int>(reach / 2.0 / width) + 1);
-    const Moment& now = console.moment();
     const QTransform transform = to_screen();
-    const auto draw = [&](int swath) {
-        const QPointF start = a + across * (swath * width + now.nudge) + along * ahead;
-        painter.drawLine(transform.map(QLineF(start - along * reach, start + along * reach)));
+    std::vector<Parallel> all;
+    const auto add = [&](int swath) {
+        const QPointF start = a + across * (swath * width + console.moment().nudge) + along * ahead;
+        all.push_back({swath, transform.map(QLineF(start - along * reach, start + along * reach))});
     };
-    painter.setPen(QPen(theme().swath, 1.2));
+    const int followed = console.moment().swath;
     for (int swath = nearest - count; swath <= nearest + count; ++swath)
-        if (swath != now.swath)
-            draw(swath);
-    QColor band = theme().line;
-    band.setAlpha(theme().night ? 34 : 24);
-    painter.setPen(QPen(band, width * pixels_a_metre, Qt::SolidLine, Qt::FlatCap));
-    draw(now.swath);
-    painter.setPen(QPen(theme().line, 2.2));
-    draw(now.swath);
+        if (swath != followed)
+            add(swath);
+    add(followed); // over the others
+    return all;
+}
+
+void Plan_view::draw_parallels(QPainter& painter, const std::vector<Parallel>& all) const
+{
+    painter.setPen(QPen(theme().swath, 1.2));
+    for (const Parallel& one : all) {
+        if (one.swath == console.moment().swath) {
+            QColor band = theme().line;
+            band.setAlpha(theme().night ? 34 : 24);
+            painter.setPen(QPen(band, Console::SWATH_WIDTH * pixels_a_metre, Qt::SolidLine, Qt::FlatCap));
+            painter.drawLine(one.on_screen);
+            painter.setPen(QPen(theme().line, 2.2));
+        }
+        painter.drawLine(one.on_screen);
+    }
+}
+
+/// At the upper edge, where there is room: "A–B", "2 R". Lines that lie across have none.
+void Plan_view::draw_names(QPainter& painter, const std::vector<Parallel>& all) const
+{
+    constexpr double y = 18.0;
+    painter.setFont(ui_font(13, true));
+    const bool room = Console::SWATH_WIDTH * pixels_a_metre > 40.0;
+    for (const Parallel& one : all) {
+        const bool followed = one.swath == console.moment().swath;
+        const QLineF& line = one.on_screen;
+        if ((!room && !followed) || std::fabs(line.dy()) < std::fabs(line.dx()))
+            continue;
+        const double x = line.x1() + (y - line.y1()) * line.dx() / line.dy();
+        const QString name = swath_name(one.swath);
+        const double half = painter.fontMetrics().horizontalAdvance(name) / 2.0 + 6.0;
+        if (x - half < COMPASS + 2 * GAP || x + half > width() - BUTTON - 2 * GAP)
+            continue;
+        const QRectF box(x - half, y - 10.0, 2.0 * half, 20.0);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(followed ? theme().line : theme().map);
+        painter.drawRoundedRect(box, 5.0, 5.0);
+        painter.setPen(followed ? theme().map : theme().ink);
+        painter.drawText(box, Qt::AlignCenter, name);
+    }
 }
 
 /// The ground worked on as wide as the tool, and over it the way of the antenna.
@@ -346,7 +388,7 @@ void Plan_view::draw_mark(QPainter& painter, const Math2D::Point& place, const Q
     painter.setPen(QPen(theme().line, 2.4));
     painter.setBrush(filled ? theme().line : theme().map);
     painter.drawEllipse(at, 12.0, 12.0);
-    painter.setPen(filled ? theme().on_fill : theme().line);
+    painter.setPen(filled ? theme().map : theme().line);
     painter.setFont(ui_font(14, true));
     painter.drawText(QRectF(at - QPointF(12, 12), QSizeF(24, 24)), Qt::AlignCenter, name);
 }
@@ -384,9 +426,42 @@ void Plan_view::draw_scale(QPainter& painter) const
     painter.setPen(QPen(theme().ink, 2.0, Qt::SolidLine, Qt::FlatCap));
     painter.drawPolyline(
         QPolygonF({{12, bottom - 5}, {12, bottom}, {12 + pixels, bottom}, {12 + pixels, bottom - 5}}));
-    painter.setFont(ui_font(12, true));
+    painter.setFont(ui_font(14, true));
     painter.drawText(QPointF(18, bottom - 6), shown);
-    painter.setPen(theme().faint);
-    painter.setFont(ui_font(11, true));
-    painter.drawText(QPointF(12, 20), turned ? "HEADING UP" : "NORTH UP");
+}
+
+/// What to do while there is no line.
+void Plan_view::draw_advice(QPainter& painter) const
+{
+    const Moment& now = console.moment();
+    if (now.has_line)
+        return;
+    const QString advice = now.number == 0         ? QStringLiteral("No position yet")
+                           : !console.line().new_a ? QStringLiteral("No line: press Set A where it begins")
+                                                   : QStringLiteral("Drive on and press Set B");
+    painter.setPen(theme().ink);
+    painter.setFont(ui_font(16, true));
+    painter.drawText(QRectF(16, 64, width() - BUTTON - 40, 60), Qt::AlignCenter | Qt::TextWordWrap, advice);
+}
+
+/// Where north is.
+void Plan_view::draw_compass(QPainter& painter) const
+{
+    const double radius = COMPASS / 2.0;
+    painter.save();
+    painter.translate(GAP + radius, GAP + radius);
+    QColor ground = theme().panel;
+    ground.setAlpha(210);
+    painter.setPen(QPen(theme().edge, 1.2));
+    painter.setBrush(ground);
+    painter.drawEllipse(QPointF(0, 0), radius, radius);
+    painter.rotate(-rotation_deg);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(theme().bad);
+    painter.drawPolygon(QPolygonF({{0, -radius + 1.5}, {6, -radius + 11}, {-6, -radius + 11}}));
+    painter.rotate(rotation_deg); // the letter stays upright
+    painter.setPen(theme().ink);
+    painter.setFont(ui_font(13, true));
+    painter.drawText(QRectF(-10, -8, 20, 16), Qt::AlignCenter, "N");
+    painter.restore();
 }

@@ -49,18 +49,26 @@ private:
     void zoom(double factor, const QPointF& fixed);
     bool pinch(QGestureEvent& event);
     void drag(const QPointF& pixels);
-    void centre_on_vehicle();
     QPointF anchor() const;
     QTransform to_screen() const;
     QRectF seen_field() const;
 
+    struct Parallel {
+        int swath;
+        QLineF on_screen;
+    };
+    std::vector<Parallel> parallels() const;
+
     void draw_grid(QPainter& painter) const;
-    void draw_parallels(QPainter& painter) const;
+    void draw_parallels(QPainter& painter, const std::vector<Parallel>& all) const;
+    void draw_names(QPainter& painter, const std::vector<Parallel>& all) const;
     void draw_track(QPainter& painter) const;
     void draw_line(QPainter& painter) const;
     void draw_mark(QPainter& painter, const Math2D::Point& place, const QString& name, bool filled) const;
     void draw_vehicle(QPainter& painter) const;
     void draw_scale(QPainter& painter) const;
+    void draw_compass(QPainter& painter) const;
+    void draw_advice(QPainter& painter) const;
 
     const Console& console;
     Math2D::Point centre; ///< of the field's plane, at the anchor

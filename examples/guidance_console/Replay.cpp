@@ -16,7 +16,7 @@ Replay::Replay(const QString& path, double speed)
 
 QString Replay::detail() const
 {
-    const QString pace = speed() == AT_ONCE ? QString("fast") : QString("%1×").arg(speed());
+    const QString pace = speed() == AT_ONCE ? QString("full pace") : QString("%1×").arg(speed());
     return pace + "  " + name;
 }
 

@@ -61,7 +61,9 @@ Simulation::Simulation(const std::optional<Line_ends>& given, std::uint32_t seed
 
 QString Simulation::detail() const
 {
-    return speed() == 1.0 ? QString() : speed() == AT_ONCE ? QString("fast") : QString("%1×").arg(speed());
+    return speed() == 1.0       ? QString()
+           : speed() == AT_ONCE ? QString("full pace")
+                                : QString("%1×").arg(speed());
 }
 
 std::optional<Line_ends> Simulation::own_line(std::string& reason)

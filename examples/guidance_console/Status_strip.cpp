@@ -34,7 +34,7 @@ Word source_word(const Console& console)
     const QString detail = source.detail();
     switch (source.state()) {
     case Source::State::waiting:
-        return {source.is_live() ? "waiting for " + detail : detail, theme().caution};
+        return {source.is_live() ? "waiting for " + detail : detail, theme().warning};
     case Source::State::lost:
         return {"lost " + detail, theme().bad};
     case Source::State::finished:
@@ -49,7 +49,7 @@ Word source_word(const Console& console)
 
 Status_strip::Status_strip(const Console& shown) : console(shown)
 {
-    setFixedHeight(36);
+    setFixedHeight(30);
 }
 
 void Status_strip::paintEvent(QPaintEvent* /*event*/)
@@ -65,28 +65,28 @@ double Status_strip::draw_left(QPainter& painter) const
 {
     const QString kind = console.source().kind();
     painter.setFont(ui_font(12, true));
-    const QRectF pill(10, 8, painter.fontMetrics().horizontalAdvance(kind) + 20, 20);
+    const QRectF pill(8, 5, painter.fontMetrics().horizontalAdvance(kind) + 20, 20);
     const bool lost = console.source().state() == Source::State::lost;
     painter.setPen(Qt::NoPen);
-    painter.setBrush(lost ? theme().bad : theme().accent);
+    painter.setBrush(lost ? theme().fill_bad : theme().fill_accent);
     painter.drawRoundedRect(pill, 10, 10);
     painter.setPen(theme().on_fill);
     painter.drawText(pill, Qt::AlignCenter, kind);
 
     const Word detail = source_word(console);
-    painter.setFont(ui_font(13));
+    painter.setFont(ui_font(14));
     painter.setPen(detail.colour);
-    const QString shown = painter.fontMetrics().elidedText(detail.text, Qt::ElideMiddle, 230);
-    painter.drawText(QRectF(pill.right() + 10, 0, 240, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
+    const QString shown = painter.fontMetrics().elidedText(detail.text, Qt::ElideMiddle, 264);
+    painter.drawText(QRectF(pill.right() + 10, 0, 270, height()), Qt::AlignVCenter | Qt::AlignLeft, shown);
     return pill.right() + 20 + painter.fontMetrics().horizontalAdvance(shown);
 }
 
 void Status_strip::draw_right(QPainter& painter, double from) const
 {
-    double right = width() - 62.0; // the night button is there
+    double right = width() - 10.0;
     const auto put = [&painter, &right, from, this](const QString& text, const QColor& colour, bool bold,
                                                     bool dot) {
-        painter.setFont(ui_font(13, bold));
+        painter.setFont(ui_font(14, bold));
         const double wide = painter.fontMetrics().horizontalAdvance(text) + (dot ? 14 : 0);
         if (right - wide < from)
             return;

@@ -15,17 +15,23 @@ struct Theme {
     QColor edge;     ///< around and between
     QColor ink;      ///< what is to be read
     QColor faint;    ///< what explains it
-    QColor accent;   ///< the vehicle, what is chosen
+    QColor accent;   ///< the vehicle, a curve
+    QColor second;   ///< beside the accent
     QColor good;     ///< on the line, engaged, in order
     QColor caution;  ///< near it
     QColor bad;      ///< off it, stopped, broken
+    QColor warning;  ///< words of caution
     QColor lamp_off; ///< of the light bar
     QColor map;      ///< the field's ground
     QColor grid;
     QColor swath;   ///< the parallels
     QColor covered; ///< worked ground, over it
     QColor line;    ///< A to B
-    QColor on_fill; ///< text on good, bad, accent
+    // Large areas. At night they are darker than lamps, words and curves of the same meaning: they would dazzle.
+    QColor fill_accent; ///< what is chosen
+    QColor fill_good;   ///< steering, start
+    QColor fill_bad;    ///< stop, the alarm
+    QColor on_fill;     ///< text on these
 
     static const Theme& bright();
     static const Theme& dark();

@@ -55,11 +55,11 @@ void Touch_button::paintEvent(QPaintEvent* /*event*/)
     QColor fill = colours.raised;
     QColor ink = isEnabled() ? colours.ink : colours.faint;
     if (role == Role::go)
-        fill = colours.good;
+        fill = colours.fill_good;
     if (role == Role::stop)
-        fill = colours.bad;
+        fill = colours.fill_bad;
     if (isCheckable() && isChecked())
-        fill = colours.accent;
+        fill = colours.fill_accent;
     if (fill != colours.raised)
         ink = colours.on_fill;
     if (isDown())
@@ -74,20 +74,21 @@ void Touch_button::paintEvent(QPaintEvent* /*event*/)
 
     painter.setPen(ink);
     if (glyph == Glyph::none) {
-        painter.setFont(fitting_font(text(), quiet ? 12 : 17, box.width() - 4.0));
+        painter.setFont(fitting_font(text(), quiet ? 13 : 18, box.width() - 4.0));
         painter.drawText(box.adjusted(2, 0, -2, quiet ? 0 : -6), Qt::AlignCenter, text());
     } else if (text().isEmpty()) {
         draw_glyph(painter, box);
     } else {
-        draw_glyph(painter, box.adjusted(0, 2, 0, -18));
-        painter.setFont(ui_font(11, true));
-        painter.drawText(box.adjusted(0, 0, 0, -6), Qt::AlignHCenter | Qt::AlignBottom, text());
+        painter.setFont(ui_font(12, true));
+        const QRectF both(box.left(), box.center().y() - 24.0, box.width(), 46.0);
+        draw_glyph(painter, both.adjusted(0, 0, 0, -18));
+        painter.drawText(both, Qt::AlignHCenter | Qt::AlignBottom, text());
     }
     if (!quiet && !shortcut_text.isEmpty() && glyph == Glyph::none) {
         QColor small = ink;
-        small.setAlphaF(0.62);
+        small.setAlphaF(0.75);
         painter.setPen(small);
-        painter.setFont(ui_font(10));
+        painter.setFont(ui_font(11));
         painter.drawText(box.adjusted(0, 0, 0, -6), Qt::AlignHCenter | Qt::AlignBottom, shortcut_text);
     }
 }
@@ -167,6 +168,16 @@ void Touch_button::draw_glyph(QPainter& painter, const QRectF& box) const
         painter.drawPath(whole.subtracted(bite));
         break;
     }
+    case Glyph::end:
+        painter.drawLine(QPointF(0, -10), QPointF(0, 5));
+        painter.drawPolyline(QPolygonF({{-6, -1}, {0, 5}, {6, -1}}));
+        painter.drawLine(QPointF(-9, 10), QPointF(9, 10));
+        break;
+    case Glyph::out:
+        painter.drawLine(QPointF(0, -10), QPointF(0, 4));
+        painter.drawPolyline(QPolygonF({{-6, -4}, {0, -10}, {6, -4}}));
+        painter.drawPolyline(QPolygonF({{-10, 3}, {-10, 10}, {10, 10}, {10, 3}}));
+        break;
     case Glyph::none:
         break;
     }

@@ -10,7 +10,22 @@ class Touch_button : public QAbstractButton {
     Q_OBJECT
 
 public:
-    enum class Glyph { none, plus, minus, left, right, follow, north, trends, sky, tune, log, moon };
+    enum class Glyph {
+        none,
+        plus,
+        minus,
+        left,
+        right,
+        follow,
+        north,
+        trends,
+        sky,
+        tune,
+        log,
+        moon,
+        end,
+        out
+    };
     enum class Role { plain, go, stop };
 
     explicit Touch_button(const QString& text, Glyph drawn = Glyph::none);

@@ -5,12 +5,15 @@
 #include <QWidget>
 #include <QtCharts/QChartView>
 
+class QLabel;
+
 namespace QtCharts {
 class QLineSeries;
 class QValueAxis;
 } // namespace QtCharts
 
-/// The latest minute: the distance off the line, and the steering.
+/// The latest minute: the distance off the line, and the steering. The range of values is that of the latest part
+/// of it, so that a turn at the end of the field does not flatten what comes after.
 class Trends : public QWidget {
     Q_OBJECT
 
@@ -25,9 +28,12 @@ public:
 protected:
     void showEvent(QShowEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     struct Trend {
+        QLabel* title;
+        QLabel* latest;
         QtCharts::QChartView* view;
         QtCharts::QLineSeries* curve;
         QtCharts::QLineSeries* zero;
@@ -35,7 +41,8 @@ private:
         QtCharts::QValueAxis* value;
     };
     Trend add(const QString& name, const QString& title);
-    static void set_range(Trend& trend, double reach);
+    static void set_range(const Trend& trend, double reach);
+    void show_latest();
 
     const Console& console;
     Trend off;

@@ -28,7 +28,7 @@ const std::array<Gain, 5> GAINS = {{
     {"steering limit", "max out", "°", "M", 1.0, 0, &Gains::max_steering_deg},
 }};
 
-constexpr int BUTTON = 46;
+constexpr int BUTTON = 48;
 
 } // namespace
 
@@ -68,7 +68,7 @@ void Tuning_panel::resizeEvent(QResizeEvent* /*event*/)
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const int top = static_cast<int>((static_cast<double>(i) + 0.5) * pitch) - BUTTON / 2;
         rows[i].up->setGeometry(width() - BUTTON - 8, top, BUTTON, BUTTON);
-        rows[i].down->setGeometry(width() - 2 * BUTTON - 14, top, BUTTON, BUTTON);
+        rows[i].down->setGeometry(width() - 2 * BUTTON - 16, top, BUTTON, BUTTON);
     }
 }
 
@@ -80,19 +80,19 @@ void Tuning_panel::paintEvent(QPaintEvent* /*event*/)
     const double pitch = height() / static_cast<double>(rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const Gain& gain = GAINS[i];
-        const QRectF row(12, static_cast<double>(i) * pitch, width() - 128, pitch);
+        const QRectF row(12, static_cast<double>(i) * pitch, width() - 138, pitch);
         if (i > 0)
-            painter.fillRect(QRectF(0, row.top(), width(), 1), theme().edge);
+            painter.fillRect(QRectF(row.left(), row.top(), row.width(), 1), theme().edge);
         painter.setPen(theme().ink);
-        painter.setFont(ui_font(14, true));
-        painter.drawText(row.adjusted(0, 8, 0, 0), Qt::AlignLeft | Qt::AlignTop, gain.symbol);
+        painter.setFont(ui_font(16, true));
+        painter.drawText(row.adjusted(0, 6, 0, 0), Qt::AlignLeft | Qt::AlignTop, gain.symbol);
         painter.setPen(theme().faint);
-        painter.setFont(ui_font(10));
-        painter.drawText(row.adjusted(0, 0, 0, -8), Qt::AlignLeft | Qt::AlignBottom, gain.name);
-        painter.drawText(row.adjusted(0, 0, -4, -8), Qt::AlignRight | Qt::AlignBottom, gain.unit);
+        painter.setFont(ui_font(12));
+        painter.drawText(row.adjusted(0, 0, 0, -6), Qt::AlignLeft | Qt::AlignBottom, gain.name);
+        painter.drawText(row.adjusted(0, 0, 0, -6), Qt::AlignRight | Qt::AlignBottom, gain.unit);
         painter.setPen(theme().ink);
-        painter.setFont(ui_font(21, true));
-        painter.drawText(row.adjusted(0, 4, -4, 0), Qt::AlignRight | Qt::AlignTop,
+        painter.setFont(ui_font(23, true));
+        painter.drawText(row.adjusted(0, 2, 0, 0), Qt::AlignRight | Qt::AlignTop,
                          QString::number(console.gains().*gain.value, 'f', gain.decimals));
     }
     round_corners(painter, rect());

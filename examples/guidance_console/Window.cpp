@@ -20,11 +20,12 @@
 namespace {
 
 constexpr qint64 TRENDS_MS = 200;
-constexpr int PAGE_WIDTH = 296;
+constexpr int ANSWER_MS = 4000;
+constexpr int PAGE_WIDTH = 312;
 constexpr int TAB_WIDTH = 62;
-constexpr int ACTION_HEIGHT = 66;
+constexpr int ACTION_HEIGHT = 62;
 
-constexpr const char* HELP = R"(<table cellspacing='5'>
+constexpr const char* HELP = R"(<table cellpadding='4' cellspacing='2'>
 <tr><td><b>A</b>, <b>B</b></td><td>set the line's ends here</td>
 <td><b>P I D L M</b></td><td>gain or limit up, with Shift down</td></tr>
 <tr><td><b>← →</b></td><td>nudge the line by 5 cm</td>
@@ -43,7 +44,8 @@ Window::Window(Console& shown, const Actions& actions)
     : console(shown), strip(new Status_strip(shown)), bar(new Light_bar(shown)), plan(new Plan_view(shown)),
       pages(new QStackedWidget), trends(new Trends(shown)), sky(new Sky_panel(shown)),
       tuning(new Tuning_panel(shown, actions)), log(new Log_panel(shown, actions)), alarm(new QLabel(plan)),
-      help(new QLabel(this)), night(new Touch_button(QString(), Touch_button::Glyph::moon))
+      answer(new QLabel(plan)), help(new QLabel(this)),
+      night(new Touch_button(QString(), Touch_button::Glyph::moon))
 {
     setWindowTitle("guidance_console");
     setMinimumSize(800, 480);
@@ -52,17 +54,26 @@ Window::Window(Console& shown, const Actions& actions)
     add_actions(actions);
     lay_out();
 
-    night->setParent(strip);
+    night->setParent(bar);
     night->setObjectName("night");
     night->setCheckable(true);
+    night->set_quiet(true);
     night->set_keys("N", "night and day");
     connect(night, &Touch_button::toggled, this, &Window::set_night);
 
     alarm->setObjectName("alarm");
-    alarm->setFont(ui_font(13, true));
-    alarm->setWordWrap(true);
-    alarm->setAlignment(Qt::AlignCenter);
-    alarm->setAttribute(Qt::WA_TransparentForMouseEvents);
+    answer->setObjectName("answer");
+    for (QLabel* over_plan : {alarm, answer}) {
+        over_plan->setFont(ui_font(15, true));
+        over_plan->setWordWrap(true);
+        over_plan->setAlignment(Qt::AlignCenter);
+        over_plan->setAttribute(Qt::WA_TransparentForMouseEvents);
+    }
+    answer->hide();
+    until_read.setSingleShot(true);
+    until_read.setInterval(ANSWER_MS);
+    connect(&until_read, &QTimer::timeout, answer, &QWidget::hide);
+    connect(&console, &Console::answered, this, &Window::show_answer);
     help->setObjectName("help");
     help->setFont(ui_font(14));
     help->setTextFormat(Qt::RichText);
@@ -205,7 +216,10 @@ void Window::set_night(bool on)
     colours.setColor(QPalette::ToolTipText, theme().ink);
     setPalette(colours);
     alarm->setStyleSheet(QString("background:%1;color:%2;border-radius:8px;padding:7px 12px")
-                             .arg(theme().bad.name(), theme().on_fill.name()));
+                             .arg(theme().fill_bad.name(), theme().on_fill.name()));
+    answer->setStyleSheet(
+        QString("background:%1;color:%2;border:2px solid %3;border-radius:8px;padding:5px 10px")
+            .arg(theme().panel.name(), theme().ink.name(), theme().accent.name()));
     help->setStyleSheet(QString("background:%1;color:%2;border:2px solid %3;border-radius:12px;padding:12px")
                             .arg(theme().panel.name(), theme().ink.name(), theme().accent.name()));
     for (QWidget* widget : findChildren<QWidget*>())
@@ -235,7 +249,10 @@ void Window::show_change()
 {
     const bool engaged = console.moment().engaged;
     engage->setText(engaged ? "STOP" : "START");
-    engage->set_role(engaged ? Touch_button::Role::stop : Touch_button::Role::go);
+    const bool ready = console.moment().has_line && console.moment().has_fix;
+    engage->set_role(engaged ? Touch_button::Role::stop
+                     : ready ? Touch_button::Role::go
+                             : Touch_button::Role::plain);
     tuning->update();
     sky->update();
     plan->update();
@@ -249,8 +266,18 @@ void Window::show_alarm()
     const QString text = console.alarm();
     alarm->setVisible(!text.isEmpty());
     alarm->setText(text);
-    const int wide = plan->width() - 76;
-    alarm->setGeometry(10, 28, wide, alarm->heightForWidth(wide));
+    const int wide = plan->width() - 80;
+    alarm->setGeometry(10, 10, wide, alarm->heightForWidth(wide));
+}
+
+void Window::show_answer(const QString& message)
+{
+    answer->setText(message.left(1).toUpper() + message.mid(1));
+    const int wide = plan->width() - 80;
+    const int tall = answer->heightForWidth(wide);
+    answer->setGeometry(10, plan->height() - 10 - tall, wide, tall);
+    answer->show();
+    until_read.start();
 }
 
 void Window::show_help()
@@ -268,6 +295,7 @@ void Window::paintEvent(QPaintEvent* /*event*/)
 
 void Window::resizeEvent(QResizeEvent* /*event*/)
 {
-    night->setGeometry(width() - 54, 2, 46, 32);
+    night->setGeometry(width() - 8 - Light_bar::NIGHT_WIDTH, Light_bar::HEIGHT - 64, Light_bar::NIGHT_WIDTH,
+                       52);
     show_alarm();
 }

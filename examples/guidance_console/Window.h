@@ -3,6 +3,7 @@
 #include "Console.h"
 
 #include <QElapsedTimer>
+#include <QTimer>
 #include <QWidget>
 
 class Light_bar;
@@ -48,6 +49,7 @@ private:
     void advance();
     void show_change();
     void show_alarm();
+    void show_answer(const QString& message);
     void show_help();
 
     Console& console;
@@ -60,6 +62,8 @@ private:
     Tuning_panel* tuning;
     Log_panel* log;
     QLabel* alarm;
+    QLabel* answer; ///< to what was pressed last, for a while
+    QTimer until_read;
     QLabel* help;
     Touch_button* night;
     Touch_button* engage;

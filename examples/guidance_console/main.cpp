@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QBuffer>
+#include <QFile>
 #include <QPixmap>
 #include <QSocketNotifier>
 #include <QTimer>
@@ -23,6 +24,7 @@
 namespace {
 
 constexpr const char* PICTURE_FILE = "guidance_console.png";
+constexpr int SMALLEST_PNG = 0; // Qt's word for a picture that takes its time to be packed; no pixel is lost
 
 void put(const std::string& shown)
 {
@@ -71,12 +73,13 @@ std::unique_ptr<Source> make_source(const Options& options, const std::optional<
     return std::make_unique<Simulation>(last_line, options.seed, options.speed);
 }
 
+/// The same pixels give the same bytes.
 QByteArray png(const QPixmap& picture)
 {
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly); // in memory: cannot fail
-    if (!picture.save(&buffer, "PNG"))
+    if (!picture.toImage().convertToFormat(QImage::Format_RGB888).save(&buffer, "PNG", SMALLEST_PNG))
         throw std::runtime_error("The picture cannot be made: Qt lacks its PNG writer.");
     return bytes;
 }
@@ -85,7 +88,9 @@ QByteArray png(const QPixmap& picture)
 void quit_at(double seconds, const Console& console, Source& source)
 {
     if (source.is_live()) {
-        QTimer::singleShot(static_cast<int>(1000.0 * seconds), qApp, &QCoreApplication::quit);
+        auto* const end = new QTimer(qApp);
+        QObject::connect(end, &QTimer::timeout, qApp, &QCoreApplication::quit);
+        end->start(static_cast<int>(1000.0 * seconds));
         return;
     }
     QObject::connect(&console, &Console::epoch_done, qApp, [seconds, &console, &source] {
@@ -132,6 +137,8 @@ void run_window(Console& console, const Actions& actions, Source& source, const 
     window.show_page(options.page);
     window.show();
     if (!options.snapshot.isEmpty()) {
+        if (!source.is_live())
+            console.set_drive_began(QTime(12, 0));
         quit_at(options.at_s, console, source);
         quit_at_end(console);
     }
@@ -140,8 +147,11 @@ void run_window(Console& console, const Actions& actions, Source& source, const 
         return;
     window.draw_now();
     QCoreApplication::processEvents();
-    if (!window.grab().save(options.snapshot, "PNG"))
+    const QByteArray bytes = png(window.grab());
+    QFile file(options.snapshot);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush())
         throw std::runtime_error("'" + options.snapshot.toStdString() + "' cannot be written.");
+    put("picture: " + options.snapshot.toStdString() + "\n");
 }
 
 void run(const Options& options)
@@ -162,9 +172,12 @@ void run(const Options& options)
                     simulated ? Firmware(version_in("4.1")) : Firmware());
     if (options.seconds)
         quit_at(*options.seconds, console, *source);
-    QTimer::singleShot(0, &console, [&console, &options, &source] {
+    QTimer start;
+    start.setSingleShot(true);
+    QObject::connect(&start, &QTimer::timeout, &console, [&console, &options, &source] {
         console.start(!options.stopped && !source->is_live());
     });
+    start.start(0);
     if (options.headless)
         run_headless(console, actions, store);
     else

@@ -5,6 +5,7 @@
 #include "examples/guidance_console/Plan_view.h"
 #include "examples/guidance_console/Replay.h"
 #include "examples/guidance_console/Simulation.h"
+#include "examples/guidance_console/Sky_panel.h"
 #include "examples/guidance_console/Theme.h"
 #include "examples/guidance_console/Touch_button.h"
 #include "examples/guidance_console/Window.h"
@@ -28,6 +29,9 @@
 #include <QTest>
 #include <QTouchDevice>
 #include <QWheelEvent>
+#include <QtCharts/QChartView>
+#include <QtCharts/QLineSeries>
+#include <QtCharts/QValueAxis>
 
 #include <arpa/inet.h>
 #include <csignal>
@@ -342,6 +346,18 @@ TEST_F(In_window, shows_the_distance_in_the_unit_that_is_read_best)
     }
 }
 
+TEST(Light_bar, tells_a_distance_in_a_few_digits_however_far)
+{
+    const struct {
+        double metres;
+        const char* text;
+    } cases[] = {{0.0, "0 cm"},      {-0.994, "99 cm"}, {0.996, "1.00 m"}, {9.994, "9.99 m"},
+                 {-9.996, "10.0 m"}, {99.94, "99.9 m"}, {99.96, "100 m"},  {-529.1, "529 m"},
+                 {9999.4, "9999 m"}, {9999.6, "10 km"}, {20000.0, "20 km"}};
+    for (const auto& one : cases)
+        EXPECT_EQ(one.text, Light_bar::distance_text(one.metres).toStdString()) << one.metres;
+}
+
 TEST_F(In_window, turns_the_side_around_when_the_driver_comes_back_along_the_line)
 {
     Hand_fed source;
@@ -390,6 +406,30 @@ TEST_F(In_window, does_not_claim_to_steer_a_recorded_drive)
     screen.drive_until(9.0);
     EXPECT_TRUE(screen.console.moment().engaged);
     EXPECT_LT(pixels_of(screen.find<Light_bar>().grab().toImage(), theme().good), 1500); // the lamp alone
+}
+
+TEST_F(In_window, compares_a_recorded_drive_with_the_nearest_parallel)
+{
+    const QString path = QDir(store_folder()).filePath("drive.nmea");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    for (int i = 0; i < 400; ++i)
+        file.write(gga(i, 0.3 * i));
+    file.close();
+    Settings settings; // the last run's line, some 18 m west of the road north
+    const PointLLH start = read_recording(path).fixes.front().position;
+    Coordinate_converter plane;
+    plane.setLocalCenter(start);
+    settings.line.emplace();
+    plane.convLocal2PointLLH(0.0, -18.5, settings.line->a);
+    plane.convLocal2PointLLH(100.0, -18.5, settings.line->b);
+    Store(store_folder()).save(settings);
+    Replay source(path, Paced_source::AT_ONCE);
+    Screen screen(source);
+    screen.drive_until(5.0);
+    EXPECT_TRUE(screen.console.moment().engaged);
+    EXPECT_EQ(2, screen.console.moment().swath);
+    EXPECT_NEAR(0.5, screen.console.moment().epoch.xtrack, 0.01);
 }
 
 TEST_F(In_window, stops_and_starts_at_a_press_and_the_vehicle_goes_straight_on_meanwhile)
@@ -551,6 +591,55 @@ TEST_F(In_window, resets_gains_nudge_and_track)
     EXPECT_TRUE(screen.console.samples().empty());
 }
 
+TEST_F(In_window, answers_every_press_on_the_plan_for_a_while)
+{
+    Hand_fed source;
+    Screen screen(source);
+    screen.console.start(false);
+    const auto& answer = screen.find<QLabel>("answer");
+    const auto& plan = screen.find<Plan_view>();
+    EXPECT_FALSE(answer.isVisible());
+    const auto expect_answer = [&](const char* button, const char* text) {
+        screen.press(button);
+        EXPECT_TRUE(answer.isVisible());
+        EXPECT_THAT(answer.text().toStdString(), StartsWith(text));
+        EXPECT_TRUE(plan.rect().contains(answer.geometry()));
+    };
+    expect_answer("set_a", "A not set: no position");
+    source.drive_to(0.0, 0.0);
+    expect_answer("set_b", "B not set: set A first");
+    expect_answer("nudge_left", "No line to nudge");
+    expect_answer("engage", "Not engaged: set A and B first");
+    expect_answer("set_a", "A set: drive on and set B");
+    source.drive_to(30.0, 0.0);
+    expect_answer("set_b", "Line set, 30.0 m");
+    expect_answer("nudge_right", "Line nudged by 5 cm, now +5 cm");
+    expect_answer("engage", "Engaged on parallel 0");
+    expect_answer("reset", "Reset");
+    screen.type(Qt::Key_X);
+    EXPECT_THAT(answer.text().toStdString(), testing::EndsWith(" items exported to exported_log.txt"));
+    screen.type(Qt::Key_P);
+    EXPECT_THAT(answer.text().toStdString(), StartsWith("Gains: kp 18.5"));
+    EXPECT_TRUE(plan.rect().contains(answer.geometry()));
+    EXPECT_TRUE(run_until([&answer] { return !answer.isVisible(); }));
+}
+
+TEST_F(In_window, offers_to_start_in_green_only_when_it_could)
+{
+    Hand_fed source;
+    Screen screen(source);
+    screen.console.start(false);
+    auto& button = screen.find<Touch_button>("engage");
+    const auto green = [&button] { return pixels_of(button.grab().toImage(), theme().fill_good); };
+    EXPECT_EQ(0, green());
+    source.drive_to(0.0, 0.0);
+    screen.press("set_a");
+    EXPECT_EQ(0, green());
+    source.drive_to(30.0, 0.0);
+    screen.press("set_b");
+    EXPECT_GT(green(), 5000);
+}
+
 TEST_F(In_window, tells_every_action_its_key_in_the_tooltip)
 {
     Hand_fed source;
@@ -584,8 +673,17 @@ TEST_F(In_window, makes_every_target_large_enough_for_a_finger)
         for (const Touch_button* button : buttons) {
             if (!button->isVisible())
                 continue;
-            EXPECT_GE(button->width(), 44) << button->objectName().toStdString();
-            EXPECT_GE(button->height(), button->objectName() == "night" ? 32 : 44);
+            EXPECT_GE(button->width(), 48) << button->objectName().toStdString();
+            EXPECT_GE(button->height(), 48) << button->objectName().toStdString();
+            const QRect place(button->mapTo(&screen.window, QPoint(0, 0)), button->size());
+            EXPECT_TRUE(screen.window.rect().contains(place)) << button->objectName().toStdString();
+            for (const Touch_button* other : buttons) {
+                if (other == button || !other->isVisible())
+                    continue;
+                const QRect beside(other->mapTo(&screen.window, QPoint(0, 0)), other->size());
+                EXPECT_FALSE(beside.intersects(place))
+                    << button->objectName().toStdString() << " and " << other->objectName().toStdString();
+            }
         }
     }
 }
@@ -632,6 +730,25 @@ TEST_F(In_window, does_not_take_a_resting_finger_for_a_drag)
     QMouseEvent moved(QEvent::MouseMove, QPoint(103, 102), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(&plan, &moved);
     EXPECT_TRUE(plan.follows());
+}
+
+TEST_F(In_window, is_dragged_by_one_finger)
+{
+    Hand_fed source;
+    Screen screen(source);
+    screen.console.start(false);
+    source.drive_to(0.0, 0.0);
+    auto& plan = screen.find<Plan_view>();
+    const QPointF home = plan.on_screen(screen.console.moment().place);
+    const QPoint from(100, 100);
+    QTest::touchEvent(&plan, With_application::touch_screen).press(0, from, &plan);
+    for (int i = 1; i <= 5; ++i)
+        QTest::touchEvent(&plan, With_application::touch_screen).move(0, from + QPoint(10 * i, 6 * i), &plan);
+    QTest::touchEvent(&plan, With_application::touch_screen).release(0, from + QPoint(50, 30), &plan);
+    run_events();
+    EXPECT_FALSE(plan.follows());
+    EXPECT_NEAR(home.x() + 50.0, plan.on_screen(screen.console.moment().place).x(), 1e-6);
+    EXPECT_NEAR(home.y() + 30.0, plan.on_screen(screen.console.moment().place).y(), 1e-6);
 }
 
 TEST_F(In_window, zooms_by_button_key_wheel_and_two_fingers)
@@ -707,6 +824,46 @@ TEST_F(In_window, draws_the_line_the_worked_ground_and_the_vehicle)
     EXPECT_NE(plan, screen.find<Plan_view>().grab().toImage());
 }
 
+TEST_F(In_window, names_the_parallels_at_the_upper_edge_as_far_as_there_is_room)
+{
+    EXPECT_EQ("A–B", swath_name(0).toStdString());
+    EXPECT_EQ("2 R", swath_name(2).toStdString());
+    EXPECT_EQ("13 L", swath_name(-13).toStdString());
+
+    Simulation source = fast_simulation();
+    Screen screen(source);
+    auto& plan = screen.find<Plan_view>();
+    const auto named = [&plan](const QColor& ground) {
+        return pixels_of(plan.grab().toImage().copy(60, 8, plan.width() - 130, 20), ground);
+    };
+    screen.drive_until(25.0);
+    EXPECT_GT(named(theme().line), 300); // the box of the one that is followed
+    EXPECT_GT(named(theme().ink), 60);   // the names of the others
+    for (int i = 0; i < 4; ++i)
+        screen.press("zoom_out");
+    EXPECT_GT(named(theme().line), 300);
+    EXPECT_LT(named(theme().ink), 10);
+}
+
+TEST_F(In_window, says_what_to_do_while_there_is_no_line)
+{
+    Hand_fed source;
+    Screen screen(source);
+    screen.console.start(false);
+    auto& plan = screen.find<Plan_view>();
+    const auto advice = [&plan] {
+        return pixels_of(plan.grab().toImage().copy(16, 70, plan.width() - 100, 50), theme().ink);
+    };
+    const int no_position = advice();
+    EXPECT_GT(no_position, 200);
+    source.drive_to(0.0, 0.0);
+    EXPECT_GT(advice(), no_position); // more words
+    screen.press("set_a");
+    source.drive_to(30.0, 0.0);
+    screen.press("set_b");
+    EXPECT_LT(advice(), 20);
+}
+
 TEST_F(In_window, changes_all_its_colours_for_the_night)
 {
     Simulation source = fast_simulation();
@@ -717,7 +874,10 @@ TEST_F(In_window, changes_all_its_colours_for_the_night)
     screen.type(Qt::Key_N);
     const QImage night = screen.window.grab().toImage();
     EXPECT_GT(pixels_of(night, Theme::dark().panel), 20000);
-    EXPECT_LT(pixels_of(night, Theme::bright().panel), 1500); // white stays in the glyphs of what is pressed
+    EXPECT_LT(pixels_of(night, Theme::bright().panel), 1500);  // white stays in the glyphs of what is pressed
+    EXPECT_GT(pixels_of(night, Theme::dark().fill_bad), 8000); // the button to stop does not dazzle
+    EXPECT_LT(Theme::dark().fill_bad.lightness(), Theme::dark().bad.lightness());
+    EXPECT_EQ(0, pixels_of(night.copy(0, 410, 800, 70), Theme::dark().bad));
     screen.press("night");
     EXPECT_EQ(day, screen.window.grab().toImage());
 }
@@ -743,6 +903,63 @@ TEST_F(In_window, counts_the_satellites_by_constellation_and_says_that_they_are_
     EXPECT_THAT(screen.log(), HasSubstr("receiver firmware 4.2 p3 b7, good: 4.1 or later"));
 }
 
+TEST_F(In_window, draws_each_constellation_and_says_when_there_are_no_satellites)
+{
+    Hand_fed source;
+    Screen screen(source);
+    screen.console.start(false);
+    screen.window.show_page(Window::SKY);
+    auto& sky = screen.find<Sky_panel>();
+    const auto has = [&sky](const QColor& colour) { return pixels_of(sky.grab().toImage(), colour) > 100; };
+    const auto words = [&sky] {
+        return pixels_of(sky.grab().toImage().copy(146, 40, 160, 80), theme().faint);
+    };
+    EXPECT_GT(words(), 100); // where the counts will stand
+    EXPECT_FALSE(has(theme().accent));
+    emit source.sentence("$GPGSV,1,1,02,02,71,034,49,05,48,121,47*00");
+    emit source.sentence("$GNGSA,A,3,02,05,,,,,,,,,,,1.2,0.7,1.0*00");
+    EXPECT_TRUE(has(theme().accent));
+    EXPECT_EQ(0, words());
+    EXPECT_FALSE(has(theme().second));
+    emit source.sentence("$GLGSV,1,1,01,65,55,300,46*00");
+    emit source.sentence("$GNGSA,A,3,02,05,65,,,,,,,,,,1.2,0.7,1.0*00");
+    EXPECT_TRUE(has(theme().second));
+}
+
+TEST_F(In_window, shows_the_latest_minute_in_the_unit_and_range_of_its_latest_part)
+{
+    Simulation source = fast_simulation();
+    Screen screen(source);
+    const auto reach = [&screen](const char* name) {
+        QtCharts::QChart* const chart = screen.find<QtCharts::QChartView>(name).chart();
+        return static_cast<QtCharts::QValueAxis*>(chart->axes(Qt::Vertical).first())->max();
+    };
+    const auto last_point = [&screen](const char* name) {
+        QtCharts::QChart* const chart = screen.find<QtCharts::QChartView>(name).chart();
+        return static_cast<QtCharts::QLineSeries*>(chart->series().last())->points().last();
+    };
+    EXPECT_EQ(10.0, reach("off_line")); // before anything is known
+    screen.window.draw_now();
+    EXPECT_EQ("–", screen.find<QLabel>("off_line_latest").text());
+    screen.drive_until(3.0); // metres off, the wheel at its limit
+    screen.window.draw_now();
+    EXPECT_EQ(10.0, reach("off_line"));
+    EXPECT_EQ(40.0, reach("steering"));
+    EXPECT_NEAR(screen.console.moment().off_seen, last_point("off_line").y(), 1e-9);
+    EXPECT_THAT(screen.find<QLabel>("off_line_latest").text().toStdString(), testing::EndsWith(" m"));
+    screen.drive_until(30.0); // centimetres
+    screen.window.draw_now();
+    EXPECT_LE(reach("off_line"), 20.0);
+    EXPECT_LE(reach("steering"), 10.0);
+    EXPECT_NEAR(100.0 * screen.console.moment().off_seen, last_point("off_line").y(), 1e-9);
+    EXPECT_NEAR(screen.console.moment().epoch.steering_deg, last_point("steering").y(), 1e-9);
+    EXPECT_EQ(0.0, last_point("steering").x());
+    const std::string latest = screen.find<QLabel>("off_line_latest").text().toStdString();
+    EXPECT_THAT(latest, testing::EndsWith(" cm"));
+    const double off_seen = screen.console.moment().off_seen;
+    EXPECT_THAT(latest, StartsWith(std::fabs(off_seen) < 0.005 ? "0" : off_seen < 0.0 ? "−" : "+"));
+}
+
 TEST_F(In_window, filters_the_log_by_priority_and_exports_what_it_shows)
 {
     Hand_fed source;
@@ -765,6 +982,10 @@ TEST_F(In_window, filters_the_log_by_priority_and_exports_what_it_shows)
     EXPECT_THAT(exported.toStdString(), HasSubstr("Caution:console:operation:"));
     const QByteArray md5 = QCryptographicHash::hash(exported, QCryptographicHash::Md5).toHex().toUpper();
     EXPECT_THAT(screen.log(), HasSubstr("2 items exported to exported_log.txt, MD5 " + md5.toStdString()));
+    screen.press("log_error");
+    EXPECT_EQ(0, list.model()->rowCount());
+    EXPECT_GT(pixels_of(list.viewport()->grab().toImage(), theme().faint),
+              20); // it says that there is nothing
     screen.press("log_all");
     EXPECT_EQ(screen.console.log().rowCount(), list.model()->rowCount());
 }
@@ -1274,6 +1495,31 @@ TEST_F(Program, draws_its_window_by_day_and_by_night)
     EXPECT_GT(pixels_of(night, Theme::dark().panel), 50000);
     // 30 s and the epoch at 0
     EXPECT_EQ(301, content("store/pid_trace.csv").count('\n'));
+}
+
+TEST_F(Program, draws_the_same_drive_to_the_byte_whenever_it_is_asked)
+{
+    for (const char* page : {"1", "4"}) { // the ones that time could show in
+        QByteArray pictures[2];
+        for (QByteArray& picture : pictures) {
+            QDir(path("store")).removeRecursively();
+            const Outcome outcome =
+                run({"--snapshot", "x.png", "--at", "12", "--page", page, "--store", "store"});
+            ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
+            EXPECT_EQ("picture: x.png\n", outcome.out.toStdString());
+            picture = content("x.png");
+        }
+        EXPECT_TRUE(pictures[0] == pictures[1]) << "page " << page;
+    }
+    EXPECT_THAT(content("store/console_log.txt").toStdString(), StartsWith("12:00:00.000 "));
+}
+
+TEST_F(Program, says_when_its_picture_cannot_be_written)
+{
+    QDir(folder.path()).mkdir("x.png");
+    const Outcome outcome = run({"--snapshot", "x.png", "--at", "1", "--store", "store"});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_THAT(outcome.err.toStdString(), HasSubstr("'x.png' cannot be written"));
 }
 
 TEST_F(Program, runs_without_a_screen_and_leaves_records_and_a_picture)
