@@ -1505,8 +1505,8 @@ TEST_F(Program, draws_the_same_drive_to_the_byte_whenever_it_is_asked)
             QDir(path("store")).removeRecursively();
             const Outcome outcome =
                 run({"--snapshot", "x.png", "--at", "12", "--page", page, "--store", "store"});
-            ASSERT_EQ(0, outcome.status) << outcome.err.toStdString();
-            EXPECT_EQ("picture: x.png\n", outcome.out.toStdString());
+            ASSERT_EQ(0, outcome.status) << outcome.err;
+            EXPECT_EQ("picture: x.png\n", outcome.out);
             picture = content("x.png");
         }
         EXPECT_TRUE(pictures[0] == pictures[1]) << "page " << page;
@@ -1519,7 +1519,7 @@ TEST_F(Program, says_when_its_picture_cannot_be_written)
     QDir(folder.path()).mkdir("x.png");
     const Outcome outcome = run({"--snapshot", "x.png", "--at", "1", "--store", "store"});
     EXPECT_EQ(1, outcome.status);
-    EXPECT_THAT(outcome.err.toStdString(), HasSubstr("'x.png' cannot be written"));
+    EXPECT_THAT(outcome.err, HasSubstr("'x.png' cannot be written"));
 }
 
 TEST_F(Program, runs_without_a_screen_and_leaves_records_and_a_picture)

@@ -120,6 +120,15 @@ INTERPOSE(int, accept4, "accept4", (int fd, sockaddr* address, socklen_t* size, 
 INTERPOSE(int, shutdown, "shutdown", (int fd, int how), (fd, how), noexcept)
 INTERPOSE(int, pipe2, "pipe2", (int* ends, int flags), (ends, flags), noexcept)
 INTERPOSE(int, poll, "poll", (pollfd * fds, nfds_t count, int timeout_ms), (fds, count, timeout_ms), )
+// What _FORTIFY_SOURCE makes of poll().
+DEFINITION int __poll_chk(pollfd* fds, nfds_t count, int timeout_ms, std::size_t size)
+{
+    if (size / sizeof *fds < count)
+        std::abort();
+    Interposed_calls* const calls = active;
+    return calls != nullptr ? calls->poll(fds, count, timeout_ms) : c_library_poll(fds, count, timeout_ms);
+}
+
 INTERPOSE(int, select, "__select64",
           (int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout),
           (count, readable, writable, exceptional, timeout), )
