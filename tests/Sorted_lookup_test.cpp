@@ -20,6 +20,20 @@ private:
     std::string storage[3];
 };
 
+/// A table that fills from the front.
+class Even_numbers : public Sorted_lookup_base<Sorted_lookup_compare<int>, int> {
+public:
+    explicit Even_numbers(int count) : Sorted_lookup_base(storage, MOST)
+    {
+        for (int i = 0; i < count; ++i)
+            insert(2 * i);
+    }
+    static constexpr unsigned MOST = 40;
+
+private:
+    int storage[MOST] = {};
+};
+
 class Numbers : public Sorted_lookup_base<Sorted_lookup_compare<int>, int> {
 public:
     Numbers() : Sorted_lookup_base(storage, 1) {}
@@ -59,6 +73,16 @@ TEST(Sorted_lookup, holds_any_ordered_type_up_to_its_capacity)
     EXPECT_EQ("z", texts[2]);
     EXPECT_TRUE(texts.contains("m"));
     EXPECT_FALSE(texts.contains("b"));
+}
+
+TEST(Sorted_lookup, finds_each_element_and_nothing_between_them_whatever_their_count)
+{
+    for (int count = 0; count <= static_cast<int>(Even_numbers::MOST); ++count) {
+        const Even_numbers table(count);
+        for (int number = -1; number <= 2 * count; ++number)
+            EXPECT_EQ(number >= 0 && number < 2 * count && number % 2 == 0, table.contains(number))
+                << number << " among " << count;
+    }
 }
 
 TEST(Sorted_lookup, is_not_copied_since_a_copy_would_look_into_the_originals_storage)

@@ -54,6 +54,12 @@ const char* unknown(const char* s)
     return hidden;
 }
 
+/// A function so small that the compiler does not think twice about appending inline.
+[[gnu::noinline]] void append_xy(String_builder_base& builder)
+{
+    builder.append("xy");
+}
+
 } // namespace
 
 TEST(String_builder_base, keeps_target_and_cursor_in_this_order)
@@ -108,6 +114,21 @@ TEST(String_builder_base, append_cuts_a_text_at_the_capacity)
             EXPECT_EQ(static_cast<std::ptrdiff_t>(expected.size()), cursor(builder));
             EXPECT_TRUE(text.fences_stand());
         }
+}
+
+TEST(String_builder_base, append_ends_the_text_in_the_middle_of_an_older_one)
+{
+    for (const bool known : {true, false}) {
+        Fenced_string target(16);
+        String_builder_base builder(&target.string());
+        builder.append(unknown("abcdef"));
+        builder.reset();
+        if (known)
+            append_xy(builder);
+        else
+            builder.append(unknown("xy"));
+        EXPECT_STREQ("xy", target.string().get()) << known;
+    }
 }
 
 TEST(String_builder_base, append_of_nothing_changes_nothing)

@@ -1,5 +1,6 @@
 #include "util/file_ops.h"
 
+#include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
 #include "tests/support/Temporary_folder.h"
 
@@ -1257,6 +1258,35 @@ TEST(copy_file, reads_and_writes_blocks_of_4096)
     EXPECT_TRUE(copy_file("src", "dst"));
     EXPECT_EQ((Sizes{4096, 4096, 4096, 4096}), calls.reads); // the last finds the end
     EXPECT_EQ((Sizes{4096, 4096, 1808}), calls.writes);
+}
+
+TEST(copy_file, takes_descriptors_0_and_1_like_any_others)
+{
+    const Scratch scratch;
+    scratch.file("src", "content");
+    in_a_fresh_process([] {
+        close(0);
+        close(1);
+        EXPECT_TRUE(copy_file("src", "dst"));
+    });
+    EXPECT_EQ("content", content("dst"));
+}
+
+TEST(copy_file, goes_on_after_a_write_of_nothing)
+{
+    const Scratch scratch;
+    scratch.file("src", "content");
+    struct : Interposed_calls {
+        ssize_t write(int fd, const void* data, std::size_t size) override
+        {
+            errno = 0;
+            return ++writes == 1 ? 0 : Interposed_calls::write(fd, data, size);
+        }
+        int writes = 0;
+    } calls;
+    EXPECT_TRUE(copy_file("src", "dst"));
+    EXPECT_EQ(2, calls.writes);
+    EXPECT_EQ("content", content("dst"));
 }
 
 TEST(copy_file, says_nothing_when_all_is_well)

@@ -516,6 +516,8 @@ TEST(path_along_surface, takes_points_as_coincident_below_a_sine_of_1e_10)
     EXPECT_EQ(0.0, near.distance);
     EXPECT_EQ(0.0, near.from);
     EXPECT_EQ(0.0, near.to);
+    const Path at_the_limit = path(PointLLH(), PointLLH(0.0, 1e-10, 0.0)); // its own sine, to the last digit
+    EXPECT_NEAR(6.3567523142e-4, at_the_limit.distance, 1e-14);
     const Path apart = path(PointLLH(), PointLLH(0.0, 1.001e-10, 0.0));
     EXPECT_TRUE(apart.result);
     EXPECT_NEAR(6.3631090665592e-4, apart.distance, 1e-15); // the first step is the last: b times the angle

@@ -192,6 +192,13 @@ TEST(Mini_PP, heads_by_the_compass)
     }
 }
 
+TEST(Mini_PP, heads_for_0_and_not_for_360_on_a_line_due_north)
+{
+    Open_line line(A);
+    line.line.finish = Math2D::Point(30.0, 0.0);
+    EXPECT_EQ(0.0, line.ab_heading());
+}
+
 #ifdef QUARVEL_GEOGRAPHICLIB
 TEST(Mini_PP, heading_and_length_agree_with_the_geodesic_for_random_short_lines)
 {

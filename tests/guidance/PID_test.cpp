@@ -138,6 +138,15 @@ TEST(PID, output_stays_within_its_limits_which_are_reached)
     }
 }
 
+TEST(PID, an_output_equal_to_a_limit_becomes_the_limit)
+{
+    // Only the sign of 0 tells.
+    PID upper(0.0F, 0.0F, 0.0F, 1.0F, -1.0F, -0.0F);
+    EXPECT_TRUE(std::signbit(step(upper, 0.0F, 0.0F).out));
+    PID lower(-1.0F, 0.0F, -1.0F, 0.0F, 0.0F, 1.0F);
+    EXPECT_FALSE(std::signbit(step(lower, 0.0F, 0.0F).out));
+}
+
 TEST(PID, crossed_output_limits_give_the_minimum)
 {
     PID pid(1.0F, 0.0F, 0.0F, 0.0F, 5.0F, -5.0F);

@@ -277,3 +277,26 @@ TEST(Multiread_cbuf_safer, keeps_positions_sane_when_both_sides_move_them)
     // message leaves room in the buffer for what is being read.
     EXPECT_EQ(written, read + lost);
 }
+
+// The reader goes on between make_room()'s look at the position and its own step.
+TEST(Multiread_cbuf_safer, makes_room_also_while_the_reader_advances)
+{
+    constexpr int COUNT = 600;
+    Multiread_cbuf_safer buffer;
+    Reader reader(buffer);
+    std::atomic<bool> done{false};
+    std::thread reading([&] {
+        while (!done)
+            reader.advance(1);
+    });
+    const Bytes bytes = stretch(0, COUNT);
+    int too_little = 0;
+    for (int i = 0; i < 20000; ++i) {
+        reader.make_room(COUNT);
+        too_little += reader.free_space() < COUNT ? 1 : 0;
+        write(buffer, bytes);
+    }
+    done = true;
+    reading.join();
+    EXPECT_EQ(0, too_little);
+}

@@ -543,6 +543,23 @@ TEST(TCP_server_buffered, works_without_a_pipe_as_far_as_it_can)
     EXPECT_THAT(criticals(output), IsEmpty());
 }
 
+TEST(TCP_server_buffered, takes_the_end_of_its_pipe_for_no_wake_and_no_failure)
+{
+    const Debug_output output;
+    Server server;
+    int ended[2];
+    ASSERT_EQ(0, ::pipe(ended));
+    ::close(ended[1]);
+    const int kept = ::dup(server.notify_pipe[1]);
+    ASSERT_EQ(server.notify_pipe[1], ::dup2(ended[0], server.notify_pipe[1]));
+    errno = 0;
+    EXPECT_TRUE(server.run_poll());
+    EXPECT_THAT(errors(output), IsEmpty());
+    EXPECT_EQ(server.notify_pipe[1], ::dup2(kept, server.notify_pipe[1]));
+    ::close(kept);
+    ::close(ended[0]);
+}
+
 TEST(TCP_server_buffered, stops_where_it_has_no_socket)
 {
     const Debug_output output;

@@ -1,6 +1,7 @@
 #include "util/qt/Signal_sender.h"
 
 #include "tests/support/Event_thread.h"
+#include "tests/support/Guarded_page.h"
 
 #include <QMetaMethod>
 #include <QMetaType>
@@ -19,6 +20,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstring>
 #include <dlfcn.h>
 #include <functional>
 #include <future>
@@ -622,6 +624,17 @@ TEST_F(Signal_sender, normalises_any_signal_as_Qt_does)
     }
     EXPECT_LE(4000, unusual);
     EXPECT_GE(16000, unusual);
+}
+
+TEST_F(Signal_sender, reads_nothing_before_the_signal)
+{
+    constexpr char SIGNAL[] = "2changed(int)";
+    const Guarded_page page;
+    auto* const signal = reinterpret_cast<char*>(page.begin());
+    std::memcpy(signal, SIGNAL, sizeof SIGNAL);
+    Receiver receiver(calls);
+    ASSERT_TRUE(sender.connect("p", signal, &receiver, "1nothing()"));
+    EXPECT_EQ(1, sender.connected("p", signal));
 }
 
 TEST_F(Signal_sender, has_no_signature_for_a_signal_without_one)

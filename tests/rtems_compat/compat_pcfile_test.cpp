@@ -802,6 +802,18 @@ TEST(pcfOpenRead, warns_of_a_descriptor_that_came_up_meanwhile)
     });
 }
 
+TEST(pcfOpenWrite, takes_descriptor_0_for_an_open_one)
+{
+    mounted([](const Scratch& scratch) {
+        scratch.file("f");
+        pcf_wfd = 0;
+        EXPECT_EQ("ERROR: pcfWriteWrite 'f' failed: global write fd already open\n",
+                  error_output([] { EXPECT_FALSE(pcfOpenWrite("f")); }));
+        EXPECT_EQ(0, pcf_wfd);
+        pcf_wfd = -1;
+    });
+}
+
 TEST(pcfRead, needs_an_open_file_for_descriptor_0)
 {
     mounted([](const Scratch&) {
@@ -924,6 +936,21 @@ TEST(pcfRead, reads_once_however_little_comes)
                       testing::internal::GetCapturedStderr());
             EXPECT_EQ(PCF_FAILURE, result);
         }
+    });
+}
+
+TEST(pcfCloseRead, means_the_common_file_when_no_descriptor_is_named)
+{
+    mounted([](const Scratch& scratch) {
+        scratch.file("f", "abc");
+        ASSERT_EQ(PCF_SUCCESS, pcfOpenRead("f", 0, nullptr));
+        char bytes[3] = {};
+        PcfResult result = PCF_FAILURE;
+        EXPECT_EQ(3, pcfRead(bytes, 3, result));
+        EXPECT_EQ(PCF_SUCCESS, result);
+        EXPECT_EQ("abc", std::string(bytes, sizeof bytes));
+        EXPECT_EQ(PCF_SUCCESS, pcfCloseRead());
+        EXPECT_EQ(-1, pcf_rfd);
     });
 }
 
