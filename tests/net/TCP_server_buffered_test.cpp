@@ -30,6 +30,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <random>
+#include <sched.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -1067,6 +1068,39 @@ TEST(TCP_server_buffered, waits_without_limit_when_it_blocks)
     EXPECT_FALSE(server.run_blocking());
     EXPECT_TRUE(server.stopped);
     EXPECT_THAT(calls.timeouts_ms, ElementsAre(-1));
+}
+
+TEST(TCP_server_buffered, takes_the_processor_from_nobody_who_wakes_it_while_it_blocks)
+{
+    struct Noted_policy : Interposed_calls {
+        int policy = -1;
+        int poll(pollfd* fds, nfds_t count, int timeout) override
+        {
+            policy = ::sched_getscheduler(0);
+            return Interposed_calls::poll(fds, count, timeout);
+        }
+    };
+    struct Case {
+        int before;
+        bool blocking;
+        int meanwhile;
+    };
+    for (const Case& c : {Case{SCHED_OTHER, true, SCHED_BATCH}, Case{SCHED_OTHER, false, SCHED_OTHER},
+                          Case{SCHED_IDLE, true, SCHED_IDLE}}) {
+        SCOPED_TRACE(testing::Message() << c.before << " " << c.blocking);
+        const Debug_output output;
+        Server server;
+        put_into_pipe(server, {4});
+        std::thread([&] { // of its own, for nobody may leave SCHED_IDLE on every system
+            const sched_param none{};
+            ASSERT_EQ(0, ::sched_setscheduler(0, c.before, &none));
+            Noted_policy noted;
+            EXPECT_FALSE(c.blocking ? server.run_blocking() : server.run_poll());
+            EXPECT_EQ(c.meanwhile, noted.policy);
+            EXPECT_EQ(c.before, ::sched_getscheduler(0));
+        })
+            .join();
+    }
 }
 
 TEST(TCP_server_buffered, ends_its_run_when_waiting_is_interrupted)

@@ -16,8 +16,8 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -97,6 +97,30 @@ private:
     sigset_t previous{};
 };
 
+/// Keeps the calling thread from taking the processor from whoever wakes it. A producer that shares a core with
+/// the loop would else wait inside its call until the loop has served every client, and a burst of messages
+/// would leave one by one.
+class Yielding_thread {
+public:
+    // Not by pthread_getschedparam(), which tells what it was asked for last.
+    Yielding_thread()
+        : changed(sched_getscheduler(0) == SCHED_OTHER &&
+                  sched_setscheduler(0, SCHED_BATCH, &NO_PRIORITY) == 0)
+    {
+    }
+    ~Yielding_thread()
+    {
+        if (changed)
+            sched_setscheduler(0, SCHED_OTHER, &NO_PRIORITY);
+    }
+    Yielding_thread(const Yielding_thread&) = delete;
+    Yielding_thread& operator=(const Yielding_thread&) = delete;
+
+private:
+    static constexpr sched_param NO_PRIORITY{};
+    bool changed;
+};
+
 } // namespace
 
 TCP_server_buffered::TCP_server_buffered(int wanted_port)
@@ -160,6 +184,7 @@ int TCP_server_buffered::write_to_all_connections(const unsigned char* data, uns
 
 bool TCP_server_buffered::run_blocking()
 {
+    const Yielding_thread yielding;
     stopped = false;
     while (_run(true)) {
     }
@@ -310,12 +335,9 @@ bool TCP_server_buffered::told_to_quit()
     if (count < 0 && errno != EAGAIN)
         give_up("error in wake fd");
     for (ssize_t i = 0; i < count; ++i) {
-        if (values[i] == WAKE) {
+        if (values[i] == WAKE)
             wake_pending.exchange(false);
-            // Who wrote it may still be in its call, and have more to say: where both share a core, it would wait
-            // until this turn has served every client.
-            std::this_thread::yield();
-        } else if (values[i] == QUIT)
+        else if (values[i] == QUIT)
             return true;
     }
     return false;

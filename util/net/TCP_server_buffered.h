@@ -73,6 +73,9 @@ public:
     /// Serves until wait_quit(), or until a signal handler runs on this thread: deliberate,
     /// so that one ends it.
     ///
+    /// Meanwhile the thread is scheduled as SCHED_BATCH where it was SCHED_OTHER, so that a producer on the same
+    /// core is not held up by the turn that it asks for. Threads that handle_data() starts inherit that.
+    ///
     /// Waiting for events that fails otherwise than with EAGAIN or EINTR ("error in select" by perror; also
     /// when a client's descriptor was closed by other means than close_connection()), reading the wake pipe
     /// that fails otherwise than with EAGAIN ("error in wake fd") and an exceptional condition of the
