@@ -28,7 +28,7 @@ bool has_been_said(const std::string& text)
                        [&text](const Debug_output::Line& line) { return line.text == text; });
 }
 
-std::string formatted(const char* format, std::va_list arguments)
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, std::va_list arguments)
 {
     std::va_list again;
     va_copy(again, arguments);
