@@ -90,7 +90,7 @@ int option(int sd, int level, int name)
 /// happened, kept by Debug_output.
 constexpr int HANDLER = 1;
 
-class Server : public TCP_server {
+class Server final : public TCP_server {
 public:
     using TCP_server::connection_count;
     using TCP_server::connections;
