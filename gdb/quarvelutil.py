@@ -90,11 +90,13 @@ class Bounded_string:
         self.value = value
 
     def address(self):
-        address = int(self.value["spare"].address) + int(self.value["distance"])
-        if self.value.type.fields()[-1].name == "far_distance":  # where pointers have 64 bits
-            far = int(self.value["far_distance"])
-            address += (far - (1 << 24) if far >= 1 << 23 else far) << 32
-        return address
+        start = int(self.value["spare"].address)
+        distance = int(self.value["distance"])
+        # Where pointers have 64 bits, as the library's address() does it.
+        if self.value.type.fields()[-1].name == "far_distance" and distance < (1 << 24) - (1 << 31):
+            far = int(self.value["far_distance"]) << 24 | distance & 0xFFFFFF
+            return (start + far) & 0xFFFFFFFFFFFF
+        return start + distance
 
     def to_string(self):
         capacity = int(self.value["capacity"])

@@ -3,6 +3,7 @@
 #include "platform/Debug.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/String_model.h"
+#include "util/String_builder_base.h"
 
 #include <gmock/gmock.h>
 
@@ -10,11 +11,14 @@
 #include <array>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
+#include <sys/mman.h>
 #include <type_traits>
 #include <vector>
 
@@ -227,6 +231,32 @@ TEST(String_base, reaches_a_buffer_anywhere_in_memory)
             EXPECT_STREQ("far awa", buffer);
         }
     fixed.init(fixed_buffer, 8); // the stack's and the heap's are about to go
+}
+
+TEST(String_base, reaches_a_buffer_at_either_end_of_the_near_distances)
+{
+    if (sizeof(void*) == 4)
+        GTEST_SKIP() << "there is no such memory in 32 bits";
+    constexpr std::int64_t REACH = std::int64_t{1} << 31;
+    constexpr std::int64_t BAND = std::int64_t{1} << 24;
+    const std::size_t size = static_cast<std::size_t>(2 * REACH + 4 * BAND);
+    void* const memory =
+        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(MAP_FAILED, memory);
+    char* const middle = static_cast<char*>(memory) + size / 2;
+    auto* const s = new (middle) String_base(middle + 100, 1);
+    const char* const spare = s->get(-1);
+    for (const std::int64_t distance :
+         {-REACH - 1, -REACH, -REACH + 1, -REACH + BAND - 1, -REACH + BAND, REACH - 1, REACH, REACH + BAND}) {
+        SCOPED_TRACE(distance);
+        s->init(middle + (spare - middle) + distance, 8);
+        EXPECT_EQ(distance, s->buf() - spare);
+        String_builder_base builder(*s);
+        builder.append('a');
+        builder.append("bc");
+        EXPECT_STREQ("abc", spare + distance);
+    }
+    ::munmap(memory, size);
 }
 
 TEST(String_base, refuses_a_buffer_whose_distance_it_cannot_hold)

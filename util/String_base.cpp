@@ -76,7 +76,10 @@ void String_base::init(char* buffer, int cap)
         reinterpret_cast<std::uintptr_t>(buffer) - reinterpret_cast<std::uintptr_t>(&spare);
     distance = static_cast<std::int32_t>(whole); // modulo 2^32
 #if UINTPTR_MAX > UINT32_MAX
-    far_distance = (whole - static_cast<std::uintptr_t>(distance)) >> 32 & 0xFFFFFFU;
+    if (distance < NEAR_FROM || whole != static_cast<std::uintptr_t>(distance)) {
+        distance = INT32_MIN + static_cast<std::int32_t>(whole & 0xFFFFFF);
+        far_distance = whole >> 24 & 0xFFFFFF;
+    }
 #endif
     assert(buf() == buffer);
     zero();

@@ -115,8 +115,10 @@ private:
     std::int32_t distance; // bytes from `spare` to the buffer
     char spare = 0;
 #if UINTPTR_MAX > UINT32_MAX
-    // 64-bit machines keep stack, heap and static data further apart than `distance` reaches: here is the
-    // rest, in units of 4 GiB, in what is padding on the console. It is 0 for a buffer nearby.
+    // 64-bit machines keep stack, heap and static data further apart than `distance` reaches. Then `distance`,
+    // below any that it holds otherwise, has the lower 24 bits of 48; the upper are here, in what is padding on
+    // the console.
+    static constexpr std::int32_t NEAR_FROM = INT32_MIN + (1 << 24);
     std::uint32_t far_distance : 24;
 #endif
 
@@ -125,14 +127,15 @@ private:
 
 inline std::uintptr_t String_base::address() const
 {
-    auto sum = reinterpret_cast<std::uintptr_t>(&spare);
-    sum += static_cast<std::uintptr_t>(distance);
+    const auto start = reinterpret_cast<std::uintptr_t>(&spare);
 #if UINTPTR_MAX > UINT32_MAX
-    // Rare among objects that keep their buffer beside them. Up to bit 63 and back, so that the sign spreads.
-    if (__builtin_expect(far_distance != 0, 0))
-        sum += static_cast<std::uintptr_t>(static_cast<std::int64_t>(std::uint64_t{far_distance} << 40) >> 8);
+    if (__builtin_expect(distance < NEAR_FROM, 0)) { // rare among objects that keep their buffer beside them
+        const std::uintptr_t lower = static_cast<std::uint32_t>(distance) & 0xFFFFFFU;
+        const std::uintptr_t far = std::uintptr_t{far_distance} << 24 | lower;
+        return (start + far) & 0xFFFF'FFFF'FFFF; // modulo 2^48, as programs have no addresses beyond
+    }
 #endif
-    return sum;
+    return start + static_cast<std::uintptr_t>(distance);
 }
 
 inline char* String_base::buf()

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <endian.h>
 
 /// Appends to a String_base without measuring it again at every step; what does not fit is cut silently.
 ///
@@ -69,8 +70,8 @@ inline int String_builder_base::append(char ch)
     const auto last = static_cast<std::uint32_t>(cursor);
     const auto next = static_cast<std::int32_t>(last + 1);
     if (next < target->max_len()) {
-        const char with_terminator[] = {ch, 0};
-        std::memcpy(target->buf() + last, with_terminator, sizeof with_terminator); // one store
+        const std::uint16_t with_terminator = htole16(static_cast<unsigned char>(ch));
+        std::memcpy(target->buf() + last, &with_terminator, sizeof with_terminator); // one store
         cursor = next;
     }
     return 0;
