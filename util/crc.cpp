@@ -7,9 +7,8 @@ namespace {
 template <typename Sum>
 std::uint32_t add_bytes(std::uint32_t crc, const unsigned char* data, std::size_t length)
 {
-    return length < 16               ? Crc::by_four<Sum>(crc, data, length)
-           : length < Crc::FOLD_FROM ? Crc::by_tables<Sum>(crc, data, length)
-                                     : Crc::by_wide_folding<Sum>(crc, data, length);
+    return length < Crc::FOLD_FROM ? Crc::by_tables<Sum>(crc, data, length)
+                                   : Crc::by_wide_folding<Sum>(crc, data, length);
 }
 
 } // namespace

@@ -109,12 +109,12 @@ template <typename Sum>
 std::uint32_t Crc::by_folding(std::uint32_t crc, const unsigned char* data, std::size_t length)
 {
     if (!CAN_FOLD || length < FOLD_FROM)
-        return by_tables<Sum>(crc, data, length);
+        return by_sixteen<Sum>(crc, data, length);
     const std::size_t rest = length % 16;
     unsigned char folded[16];
     fold<Lane, Sum>(folded, crc, data, length - rest);
-    crc = by_tables<Sum>(0, folded, sizeof folded);
-    return by_tables<Sum>(crc, data + length - rest, rest);
+    crc = by_sixteen<Sum>(0, folded, sizeof folded);
+    return by_sixteen<Sum>(crc, data + length - rest, rest);
 }
 
 #else
@@ -124,7 +124,7 @@ const bool Crc::CAN_FOLD = false;
 template <typename Sum>
 std::uint32_t Crc::by_folding(std::uint32_t crc, const unsigned char* data, std::size_t length)
 {
-    return by_tables<Sum>(crc, data, length);
+    return by_sixteen<Sum>(crc, data, length);
 }
 
 #endif

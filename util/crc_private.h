@@ -108,9 +108,8 @@ std::uint32_t slice(std::uint32_t bytes)
            TABLES<Sum>[ZEROS + 1][(bytes >> 16) & 0xFF] ^ TABLES<Sum>[ZEROS][bytes >> 24];
 }
 
-/// The portable way for a short piece: slicing by four. Inlined, since a call takes as long as a short piece.
-///
-/// @param crc  WIDTH bits at the most, here and in every way below
+/// Slicing by four, for what is shorter than slicing by sixteen takes. Inlined, since a call takes as long as
+/// a short piece.
 template <typename Sum>
 __attribute__((always_inline)) inline std::uint32_t by_four(std::uint32_t crc, const unsigned char* data,
                                                             std::size_t length)
@@ -122,19 +121,29 @@ __attribute__((always_inline)) inline std::uint32_t by_four(std::uint32_t crc, c
     return crc;
 }
 
-/// The portable way, slicing by sixteen: the register is a sum over the bytes of a block, so that their
-/// look-ups do not wait for one another as those of the common byte loop do. Only the first word's wait for
-/// the block before; they are added last.
+/// Slicing by sixteen: the register is a sum over the bytes of a block, so that their look-ups do not wait for
+/// one another as those of the common byte loop do. Only the first word's wait for the block before; they are
+/// added last.
 ///
 /// @see   M. E. Kounavis, F. L. Berry, A systematic approach to building high performance software-based CRC
 ///        generators, IEEE ISCC 2005
 template <typename Sum>
-std::uint32_t by_tables(std::uint32_t crc, const unsigned char* data, std::size_t length)
+std::uint32_t by_sixteen(std::uint32_t crc, const unsigned char* data, std::size_t length)
 {
     for (; length >= 16; data += 16, length -= 16)
         crc = slice<Sum, 0>(word(data + 12)) ^ slice<Sum, 4>(word(data + 8)) ^ slice<Sum, 8>(word(data + 4)) ^
               slice<Sum, 12>(word(data) ^ Sum::over_next_bytes(crc));
     return by_four<Sum>(crc, data, length);
+}
+
+/// The portable way.
+///
+/// @param crc  WIDTH bits at the most, here and in the other ways
+template <typename Sum>
+__attribute__((always_inline)) inline std::uint32_t by_tables(std::uint32_t crc, const unsigned char* data,
+                                                              std::size_t length)
+{
+    return length < 16 ? by_four<Sum>(crc, data, length) : by_sixteen<Sum>(crc, data, length);
 }
 
 /// Whether this processor multiplies without carries, in registers of 16 and of 64 bytes. Both are false in
