@@ -1582,7 +1582,10 @@ TEST(TCP_client_task_death, ends_the_process_when_its_own_thread_destroys_it)
             send(peer.accept(), "x");
             std::this_thread::sleep_for(milliseconds(LIMIT_MS));
         },
-        testing::KilledBySignal(SIGABRT), Refused("destroy", "'std::system_error'"));
+        testing::KilledBySignal(SIGABRT),
+        // Clang's code destroys the thread, which is still there, before the exception is given up on.
+        testing::AnyOf(Refused("destroy", "'std::system_error'"),
+                       Refused("destroy", "without an active exception")));
 }
 
 // What a process goes through in the field
