@@ -286,7 +286,9 @@ TEST(TMD5, takes_nothing_from_an_empty_piece)
     md5.Update(nullptr, 0);
     md5.Update(" digest", 0);
     const Fields after = fields_of(md5);
-    EXPECT_EQ(0, std::memcmp(&before, &after, sizeof before));
+    EXPECT_EQ(before.state, after.state);
+    EXPECT_EQ(before.bits(), after.bits());
+    EXPECT_EQ(before.pending(), after.pending());
     md5.Update(" digest", 7);
     EXPECT_EQ("f96b697d7cb7938d525a2f31aaf161d0", hex(finish(md5))); // RFC 1321, appendix A.5
 }
