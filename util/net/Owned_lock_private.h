@@ -19,16 +19,17 @@ public:
     {
         if (!mutex.tryLock())
             MutexImp::debug_lock(mutex);
-        owner_thread = QThread::currentThreadId();
-        // Exchanged, not stored: who takes the last holder's 0 comes after it for the thread sanitizer too,
-        // which sees nothing of the lock inside Qt.
-        owner_tid.exchange(Util::kernel_thread_id());
+        // The lock orders what it guards. To the thread sanitizer, which sees nothing of the lock inside Qt, it
+        // is this: what the last holder released.
+        static_cast<void>(owner_tid.load(std::memory_order_acquire));
+        owner_thread.store(QThread::currentThreadId(), std::memory_order_relaxed);
+        owner_tid.store(Util::kernel_thread_id(), std::memory_order_relaxed);
     }
 
     ~Owned_lock()
     {
-        owner_thread = nullptr;
-        owner_tid = 0;
+        owner_thread.store(nullptr, std::memory_order_relaxed);
+        owner_tid.store(0, std::memory_order_release);
         mutex.unlock();
     }
 
