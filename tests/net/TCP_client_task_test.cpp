@@ -170,7 +170,7 @@ public:
     Peer& operator=(const Peer&) = delete;
 
     /// Until here connections are refused.
-    void listen(int backlog = 128) const
+    void listen(int backlog = 1024) const
     {
         if (::listen(fd, backlog) != 0)
             std::abort();
