@@ -170,6 +170,8 @@ public:
     Peer& operator=(const Peer&) = delete;
 
     /// Until here connections are refused.
+    ///
+    /// @param backlog  room for those that no test accepts: one more would wait for ever
     void listen(int backlog = 1024) const
     {
         if (::listen(fd, backlog) != 0)
@@ -193,7 +195,7 @@ private:
 
 /// One that takes connections.
 struct Listening_peer : Peer {
-    Listening_peer() : Peer(128) {}
+    Listening_peer() { listen(); }
 };
 
 /// @return whether the other end has closed

@@ -2453,7 +2453,7 @@ TEST(pcf, keeps_its_books_while_threads_hammer_it)
 TEST(pcf, goes_on_where_a_full_disk_stopped_it_once_there_is_room)
 {
     mounted([](const Scratch& scratch) {
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount("none", scratch.path().c_str(), "tmpfs", 0, "size=64k") != 0) {
             std::cout << "a file system cannot be mounted here: " << text_of(errno) << "\n";
             return;
@@ -2479,7 +2479,7 @@ TEST(pcf, goes_on_where_a_full_disk_stopped_it_once_there_is_room)
         EXPECT_TRUE(write_file("new", "end"));
         EXPECT_EQ("end", read_file("new", static_cast<unsigned long>(size)));
 
-        ASSERT_EQ(0, mount("none", scratch.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
+        ASSERT_EQ(0, mount("none", scratch.path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr));
         EXPECT_EQ("ERROR: pcfWriteWrite 'new' failed: " + text_of(EROFS) + "\n",
                   error_output([] { EXPECT_FALSE(pcfOpenWrite("new")); }));
         EXPECT_EQ("end", read_file("new", static_cast<unsigned long>(size)));
@@ -2614,7 +2614,7 @@ std::string bytes_from(std::size_t place, std::size_t count)
 /// What the process that is going to be killed tells.
 struct Told {
     std::size_t size;
-    bool is_closed; ///< confirmed by pcfCloseWrite; else only written
+    std::size_t is_closed; ///< 1 when confirmed by pcfCloseWrite, 0 when only written; so wide for no padding
 };
 
 /// Goes on with the log until it is killed.
@@ -2637,13 +2637,13 @@ struct Told {
             _exit(5);
         place += bytes.size();
         if (stop_before_close && round == stop_at) {
-            tell({place, false});
+            tell({place, 0});
             for (;;)
                 pause();
         }
         if (!pcfCloseWrite())
             _exit(6);
-        tell({place, true});
+        tell({place, 1});
     }
 }
 
@@ -2671,10 +2671,10 @@ TEST(pcf, keeps_what_close_confirmed_when_the_process_is_killed)
         const auto take = [&] {
             if (read(ends[0], &told, sizeof told) != sizeof told)
                 return false;
-            (told.is_closed ? confirmed : written) = told.size;
+            (told.is_closed != 0 ? confirmed : written) = told.size;
             return true;
         };
-        while (take() && stop_before_close && told.is_closed)
+        while (take() && stop_before_close && told.is_closed != 0)
             continue;
         if (!stop_before_close)
             std::this_thread::sleep_for(std::chrono::microseconds(kill_number * 20));
