@@ -259,6 +259,17 @@ TEST(String_base, reaches_a_buffer_at_either_end_of_the_near_distances)
     ::munmap(memory, size);
 }
 
+TEST(String_base, leaves_nothing_of_a_far_buffer_when_it_takes_a_near_one)
+{
+    Name near("near");
+    const auto far = std::make_unique<char[]>(8);
+    unsigned char fresh[sizeof(String_base)];
+    std::memcpy(fresh, static_cast<const void*>(&near.text), sizeof fresh);
+    near.text.init(far.get(), 8);
+    near.text.init(near.buffer, sizeof near.buffer);
+    EXPECT_EQ(0, std::memcmp(fresh, static_cast<const void*>(&near.text), sizeof fresh));
+}
+
 TEST(String_base, refuses_a_buffer_whose_distance_it_cannot_hold)
 {
     if (sizeof(void*) == 4)

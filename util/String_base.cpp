@@ -76,6 +76,7 @@ void String_base::init(char* buffer, int cap)
         reinterpret_cast<std::uintptr_t>(buffer) - reinterpret_cast<std::uintptr_t>(&spare);
     distance = static_cast<std::int32_t>(whole); // modulo 2^32
 #if UINTPTR_MAX > UINT32_MAX
+    far_distance = 0; // programs built against an earlier header look at it for a near buffer as well
     if (distance < NEAR_FROM || whole != static_cast<std::uintptr_t>(distance)) {
         distance = INT32_MIN + static_cast<std::int32_t>(whole & 0xFFFFFF);
         far_distance = whole >> 24 & 0xFFFFFF;
