@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/types.h>
 #include <termios.h>
@@ -33,12 +33,28 @@ public:
     Terminal& operator=(const Terminal&) = delete;
 
     /// What was written to the terminal and is not taken yet.
+    ///
+    /// The kernel hands it to the other end in its own time: a mark behind it tells when all of it is there.
     std::string shown() const
     {
-        EXPECT_EQ(0, fcntl(other_end, F_SETFL, O_NONBLOCK));
-        std::array<char, 4096> block{};
-        const ssize_t count = read(other_end, block.data(), block.size());
-        return {block.data(), static_cast<std::size_t>(std::max<ssize_t>(0, count))};
+        constexpr char MARK = '\0';
+        EXPECT_EQ(1, write(fd, &MARK, 1));
+        std::string text;
+        for (;;) {
+            pollfd entry{other_end, POLLIN, 0};
+            std::array<char, 4096> block{};
+            const ssize_t count =
+                poll(&entry, 1, LIMIT_MS) == 1 ? read(other_end, block.data(), block.size()) : -1;
+            if (count <= 0) {
+                ADD_FAILURE() << "the mark does not arrive behind: " << text;
+                return text;
+            }
+            text.append(block.data(), static_cast<std::size_t>(count));
+            if (text.back() == MARK)
+                break;
+        }
+        text.pop_back();
+        return text;
     }
 
     void hang_up()
@@ -50,4 +66,7 @@ public:
 
     const int other_end;
     int fd = -1;
+
+private:
+    static constexpr int LIMIT_MS = 30000;
 };
