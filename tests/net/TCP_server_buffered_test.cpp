@@ -1346,23 +1346,26 @@ TEST(TCP_server_buffered, sends_the_rest_of_a_short_write_later)
 
 TEST(TCP_server_buffered, skips_a_client_that_would_block_and_closes_one_that_fails)
 {
-    const Debug_output output;
-    Server server;
-    const Accepted client(server);
-    const Accepted other(server);
-    server.write("hello");
-    Failing_calls calls;
-    calls.failing_write = client.in_server;
-    calls.write_error = EAGAIN;
-    EXPECT_TRUE(server.run_poll());
-    EXPECT_EQ(5, server.unread(client.in_server));
-    EXPECT_EQ("hello", other.read_text(5));
-    calls.write_error = EINTR;
-    EXPECT_TRUE(server.run_poll());
-    EXPECT_THAT(server.clients(), ElementsAre(other.in_server));
-    EXPECT_FALSE(is_open(client.in_server));
-    EXPECT_TRUE(client.at_end());
-    EXPECT_THAT(errors(output), IsEmpty());
+    for (const int error : {EINTR, ECONNRESET, EPIPE}) { // the last without its signal
+        SCOPED_TRACE(std::strerror(error));
+        const Debug_output output;
+        Server server;
+        const Accepted client(server);
+        const Accepted other(server);
+        server.write("hello");
+        Failing_calls calls;
+        calls.failing_write = client.in_server;
+        calls.write_error = EAGAIN;
+        EXPECT_TRUE(server.run_poll());
+        EXPECT_EQ(5, server.unread(client.in_server));
+        EXPECT_EQ("hello", other.read_text(5));
+        calls.write_error = error;
+        EXPECT_TRUE(server.run_poll());
+        EXPECT_THAT(server.clients(), ElementsAre(other.in_server));
+        EXPECT_FALSE(is_open(client.in_server));
+        EXPECT_TRUE(client.at_end());
+        EXPECT_THAT(errors(output), IsEmpty());
+    }
 }
 
 // A piece counts as read only when it is sent, and then from wherever the position has got to.
@@ -1473,6 +1476,102 @@ TEST(TCP_server_buffered, closes_a_client_with_a_broken_pipe_and_nothing_more)
     const timespec at_once{};
     EXPECT_EQ(SIGPIPE, ::sigtimedwait(&sigpipe, nullptr, &at_once));
     ::pthread_sigmask(SIG_UNBLOCK, &sigpipe, nullptr);
+}
+
+// The signal, let through to the thread when it waits next or handles data, would end the process.
+TEST(TCP_server_buffered, goes_on_running_after_a_broken_pipe)
+{
+    const Debug_output output;
+    Server server;
+    const Accepted broken(server);
+    const Accepted broken_later(server);
+    const Accepted other(server);
+    ASSERT_EQ(0, ::shutdown(broken.in_server, SHUT_WR));
+    server.on_data = [&server](int) { server.write("pong"); };
+    const Loop loop(server);
+    server.write("hello");
+    EXPECT_EQ("hello", other.read_text(5));
+    EXPECT_TRUE(broken.at_end());
+    other.write("ping"); // handled with the signal let through ...
+    EXPECT_EQ("pong", other.read_text(4));
+    ASSERT_EQ(0, ::shutdown(broken_later.in_server, SHUT_WR));
+    server.write("world"); // ... and sent without
+    EXPECT_EQ("world", other.read_text(5));
+    EXPECT_EQ("hellopong", broken_later.read_text(9));
+    EXPECT_TRUE(broken_later.at_end());
+}
+
+TEST(TCP_server_buffered, lets_the_application_s_signals_through_while_it_waits)
+{
+    static std::atomic<int> handled;
+    struct sigaction action {
+    }, previous{};
+    action.sa_handler = [](int) { ++handled; };
+    ASSERT_EQ(0, ::sigaction(SIGPIPE, &action, &previous));
+    const Bytes message = random_bytes(MOST);
+    for (const bool stalled : {false, true}) {
+        SCOPED_TRACE(stalled ? "with a client that takes nothing" : "with nothing to send");
+        handled = 0;
+        const Debug_output output;
+        Server server;
+        const Accepted client(server);
+        std::atomic<bool> returned{false};
+        std::thread loop([&] {
+            server.run_blocking();
+            returned = true;
+        });
+        server.write("hello");
+        EXPECT_EQ("hello", client.read_text(5)); // from here on it keeps its own away
+        EXPECT_TRUE(!stalled || wait_until([&] {
+            server.write(message);
+            return server.dropped_bytes > 100 * MOST;
+        }));
+        EXPECT_TRUE(wait_until([&] {
+            ::pthread_kill(loop.native_handle(), SIGPIPE);
+            return returned.load();
+        }));
+        EXPECT_GT(handled, 0);
+        server.wait_quit();
+        loop.join();
+    }
+    ::sigaction(SIGPIPE, &previous, nullptr);
+}
+
+TEST(TCP_server_buffered, handles_data_with_the_application_s_signals)
+{
+    const auto blocks_sigpipe = [] {
+        sigset_t mask;
+        ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        return ::sigismember(&mask, SIGPIPE) == 1;
+    };
+    for (const bool blocked : {false, true}) {
+        SCOPED_TRACE(blocked ? "SIGPIPE blocked" : "SIGPIPE not blocked");
+        const Debug_output output;
+        Server server;
+        const Accepted client(server);
+        bool while_handling = !blocked;
+        bool afterwards = !blocked;
+        server.on_data = [&](int) {
+            while_handling = blocks_sigpipe();
+            server.write("pong");
+        };
+        std::thread loop([&] {
+            sigset_t sigpipe;
+            ::sigemptyset(&sigpipe);
+            ::sigaddset(&sigpipe, SIGPIPE);
+            ::pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &sigpipe, nullptr);
+            server.run_blocking();
+            afterwards = blocks_sigpipe();
+        });
+        server.write("hello");
+        EXPECT_EQ("hello", client.read_text(5)); // by then it has sent
+        client.write("ping");
+        EXPECT_EQ("pong", client.read_text(4));
+        server.wait_quit();
+        loop.join();
+        EXPECT_EQ(blocked, while_handling);
+        EXPECT_EQ(blocked, afterwards);
+    }
 }
 
 // ---- closing a client

@@ -59,44 +59,6 @@ void close_if_open(int fd)
         ::close(fd);
 }
 
-/// Keeps SIGPIPE from the calling thread from the first begin() on: a client that resets must not end a
-/// process that does not ignore it.
-class Sigpipe_guard {
-public:
-    Sigpipe_guard() = default;
-    ~Sigpipe_guard()
-    {
-        if (!begun || sigismember(&previous, SIGPIPE) != 0)
-            return; // the application blocks it, and may have one pending of its own
-        if (raised) {
-            const timespec at_once{};
-            sigtimedwait(&sigpipe, nullptr, &at_once);
-        }
-        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    }
-    Sigpipe_guard(const Sigpipe_guard&) = delete;
-    Sigpipe_guard& operator=(const Sigpipe_guard&) = delete;
-
-    void begin()
-    {
-        if (begun)
-            return;
-        sigemptyset(&sigpipe);
-        sigaddset(&sigpipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
-        begun = true;
-    }
-
-    /// A write failed, which may have raised the signal.
-    void expect_signal() { raised = true; }
-
-private:
-    bool begun = false;
-    bool raised = false;
-    sigset_t sigpipe{};
-    sigset_t previous{};
-};
-
 /// Keeps the calling thread from taking the processor from whoever wakes it. A producer that shares a core with
 /// the loop would else wait inside its call until the loop has served every client, and a burst of messages
 /// would leave one by one.
@@ -122,6 +84,51 @@ private:
 };
 
 } // namespace
+
+/// Keeps SIGPIPE from the loop's thread: a client that resets must not end a process that does not ignore it.
+/// From the first write on, for two system calls a turn would be felt; but neither while the thread waits nor while
+/// data is handled: what interrupts it, and what threads and children inherit, is the application's choice.
+class TCP_server_buffered::Sigpipe_guard {
+public:
+    Sigpipe_guard() = default;
+    ~Sigpipe_guard() { lift(); }
+    Sigpipe_guard(const Sigpipe_guard&) = delete;
+    Sigpipe_guard& operator=(const Sigpipe_guard&) = delete;
+
+    void begin()
+    {
+        if (begun)
+            return;
+        sigemptyset(&sigpipe);
+        sigaddset(&sigpipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
+        begun = true;
+    }
+
+    void lift()
+    {
+        if (begun)
+            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        begun = false;
+    }
+
+    /// Takes away the signal that a write has raised; after begin().
+    void discard()
+    {
+        if (sigismember(&previous, SIGPIPE) != 0)
+            return; // the application blocks it, and may have one pending of its own
+        const timespec at_once{};
+        sigtimedwait(&sigpipe, nullptr, &at_once);
+    }
+
+    /// The signals that the thread blocks when this does not; null when it blocks those now.
+    const sigset_t* application_mask() const { return begun ? &previous : nullptr; }
+
+private:
+    bool begun = false;
+    sigset_t sigpipe{};
+    sigset_t previous{};
+};
 
 TCP_server_buffered::TCP_server_buffered(int wanted_port)
     : notify_pipe{-1, -1}, listen_sd(-1), wake_on_write(true), stopped(false), has_connections(false),
@@ -185,8 +192,9 @@ int TCP_server_buffered::write_to_all_connections(const unsigned char* data, uns
 bool TCP_server_buffered::run_blocking()
 {
     const Yielding_thread yielding;
+    Sigpipe_guard sigpipe;
     stopped = false;
-    while (_run(true)) {
+    while (turn(true, sigpipe)) {
     }
     stopped = true;
     return false;
@@ -202,10 +210,16 @@ bool TCP_server_buffered::run_poll()
 
 bool TCP_server_buffered::_run(bool blocking)
 {
+    Sigpipe_guard sigpipe;
+    return turn(blocking, sigpipe);
+}
+
+bool TCP_server_buffered::turn(bool blocking, Sigpipe_guard& sigpipe)
+{
     if (fds.empty())
         return false;
     watch();
-    if (::poll(watched.data(), watched.size(), blocking ? -1 : 0) < 0) {
+    if (wait(blocking, sigpipe) < 0) {
         if (errno == EAGAIN || errno == EINTR)
             return false; // deliberate: a signal ends run_blocking()
         give_up(WAIT_FAILED);
@@ -220,8 +234,8 @@ bool TCP_server_buffered::_run(bool blocking)
     close_exceptional();
     if (has_come(listen_sd, READABLE))
         accept_client();
-    receive_from_clients();
-    if (send_to_clients(blocking))
+    receive_from_clients(sigpipe);
+    if (send_to_clients(blocking, sigpipe))
         wake_on_write = true;
     return true;
 }
@@ -298,11 +312,21 @@ void TCP_server_buffered::watch()
     watched.push_back({notify_pipe[READ_END], POLLIN, 0});
     auto client = readers.cbegin();
     for (const int sd : fds) {
+        if (sd == notify_pipe[READ_END])
+            continue;
         while (client != readers.cend() && client->first < sd)
             ++client;
         const bool to_send = client != readers.cend() && client->first == sd && client->second.unread() > 0;
         watched.push_back({sd, to_send ? TO_RECEIVE_AND_SEND : TO_RECEIVE, 0});
     }
+}
+
+// A signal that the application lets through interrupts it, SIGPIPE as well.
+int TCP_server_buffered::wait(bool blocking, const Sigpipe_guard& sigpipe)
+{
+    if (blocking && sigpipe.application_mask() != nullptr)
+        return ::ppoll(watched.data(), watched.size(), nullptr, sigpipe.application_mask());
+    return ::poll(watched.data(), watched.size(), blocking ? -1 : 0);
 }
 
 pollfd* TCP_server_buffered::find_watched(int sd)
@@ -371,26 +395,26 @@ void TCP_server_buffered::accept_client()
 }
 
 // By index, and each looked up anew: handle_data() may close any client.
-void TCP_server_buffered::receive_from_clients()
+void TCP_server_buffered::receive_from_clients(Sigpipe_guard& sigpipe)
 {
     for (std::size_t i = FIRST_OF_FDS; i < watched.size(); ++i)
         if ((watched[i].revents & READABLE) != 0 && readers.count(watched[i].fd) != 0)
-            receive_from(watched[i].fd);
+            receive_from(watched[i].fd, sigpipe);
 }
 
-void TCP_server_buffered::receive_from(int sd)
+void TCP_server_buffered::receive_from(int sd, Sigpipe_guard& sigpipe)
 {
     unsigned char data[RECEIVE_CHUNK];
     const ssize_t count = ::read(sd, data, sizeof data);
-    if (count > 0)
+    if (count > 0) {
+        sigpipe.lift();
         handle_data(sd, data, static_cast<int>(count));
-    else if (count == 0 || errno != EAGAIN)
+    } else if (count == 0 || errno != EAGAIN)
         close_connection(sd);
 }
 
-bool TCP_server_buffered::send_to_clients(bool turns_follow)
+bool TCP_server_buffered::send_to_clients(bool turns_follow, Sigpipe_guard& sigpipe)
 {
-    Sigpipe_guard guard;
     bool drained = false;
     std::size_t i = FIRST_OF_FDS;
     for (auto client = readers.begin(); client != readers.end();) {
@@ -402,13 +426,8 @@ bool TCP_server_buffered::send_to_clients(bool turns_follow)
         if (reader.unread() == 0)
             drained = true;
         else if (i < watched.size() && watched[i].fd == sd && (watched[i].events & POLLOUT) != 0 &&
-                 (watched[i].revents & WRITABLE) != 0) {
-            guard.begin();
-            const std::size_t clients = readers.size();
-            drained = send_to(sd, reader, turns_follow) || drained;
-            if (readers.size() < clients)
-                guard.expect_signal();
-        }
+                 (watched[i].revents & WRITABLE) != 0)
+            drained = send_to(sd, reader, turns_follow, sigpipe) || drained;
     }
     return drained;
 }
@@ -425,7 +444,7 @@ void TCP_server_buffered::hold_back(int sd, bool on)
     held_back[client] = on;
 }
 
-bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_follow)
+bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_follow, Sigpipe_guard& sigpipe)
 {
     unsigned char data[SEND_CHUNK];
     int count = 0;
@@ -437,9 +456,13 @@ bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_foll
     }
     if (more)
         hold_back(sd, true);
+    sigpipe.begin();
     const ssize_t written = ::write(sd, data, static_cast<std::size_t>(count));
     if (written < 0) {
-        if (errno != EAGAIN)
+        const int error = errno;
+        if (error == EPIPE)
+            sigpipe.discard();
+        if (error != EAGAIN)
             close_connection(sd);
         return false;
     }
