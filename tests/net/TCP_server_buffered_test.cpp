@@ -1407,6 +1407,25 @@ TEST(TCP_server_buffered, loses_bytes_to_a_producer_that_gets_ahead_while_they_a
     }
 }
 
+TEST(TCP_server_buffered, makes_room_beside_what_a_derived_class_writes_into_the_buffer_itself)
+{
+    const Debug_output output;
+    Server server;
+    const Accepted client(server);
+    const Bytes stream = random_bytes(100 + 3000 + 1500);
+    server.write(stretch(stream, 0, 100));
+    server.buffer_lock.lock();
+    server.write_buffer.write(&stream[100], 3000);
+    server.buffer_lock.unlock();
+    EXPECT_EQ(0, server.dropped_bytes);
+    server.write(stretch(stream, 3100, 1500));
+    const int lost = 100 + 3000 + 1500 - MOST;
+    EXPECT_EQ(lost, server.dropped_bytes);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_TRUE(server.run_poll());
+    EXPECT_EQ(stretch(stream, static_cast<std::size_t>(lost), MOST), client.read(MOST));
+}
+
 TEST(TCP_server_buffered, leaves_a_client_alone_whose_connection_is_full)
 {
     const Debug_output output;

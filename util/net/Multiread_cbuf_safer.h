@@ -55,15 +55,16 @@ class Multiread_cbuf_safer::Reader {
 public:
     /// @param buffer  kept by its address
     explicit Reader(const Multiread_cbuf_safer& buffer)
-        : control(&buffer.control), read_index(buffer.control.head.load()), storage(buffer.data)
+        : control(&buffer.control), read_index(buffer.control.head.load(std::memory_order_relaxed)),
+          storage(buffer.data)
     {
     }
 
     /// How many bytes are there to read: 0 to 4095.
-    int unread() const { return unread_from(read_index); }
+    int unread() const { return unread_from(read_index.load(std::memory_order_relaxed)); }
 
     /// How many bytes can be written before this reader loses any: 4095 less what is unread.
-    int free_space() const { return free_space_from(read_index); }
+    int free_space() const { return free_space_from(read_index.load(std::memory_order_relaxed)); }
 
     /// Gives up the oldest unread bytes until `count` can be written; hold the lock.
     ///
@@ -71,12 +72,12 @@ public:
     /// @return how many bytes are lost
     int make_room(int count)
     {
-        std::int32_t from = read_index;
+        std::int32_t from = read_index.load(std::memory_order_relaxed);
         for (;;) {
             const int lost = std::min(count - free_space_from(from), unread_from(from));
             if (lost <= 0)
                 return 0;
-            if (read_index.compare_exchange_weak(from, after(from, lost)))
+            if (read_index.compare_exchange_weak(from, after(from, lost), std::memory_order_relaxed))
                 return lost;
         }
     }
@@ -88,7 +89,7 @@ public:
     /// @return how many bytes were copied: all that are unread, `most` at most
     int copy(BYTE* to, int most) const
     {
-        const std::int32_t from = read_index;
+        const std::int32_t from = read_index.load(std::memory_order_relaxed);
         const int count = std::min(most, unread_from(from));
         const int until_end = std::min(count, control->capacity - from);
         std::copy_n(storage + from, until_end, to);
@@ -104,21 +105,22 @@ public:
     /// @param count  0 or more
     void advance(int count)
     {
-        std::int32_t from = read_index;
-        while (!read_index.compare_exchange_weak(from, after(from, std::min(count, unread_from(from))))) {
+        std::int32_t from = read_index.load(std::memory_order_relaxed);
+        while (!read_index.compare_exchange_weak(from, after(from, std::min(count, unread_from(from))),
+                                                 std::memory_order_relaxed)) {
         }
     }
 
 private:
     int unread_from(std::int32_t from) const
     {
-        const std::int32_t ahead = control->head - from;
+        const std::int32_t ahead = control->head.load(std::memory_order_relaxed) - from;
         return ahead < 0 ? ahead + control->capacity : ahead;
     }
 
     int free_space_from(std::int32_t from) const
     {
-        const std::int32_t behind = from - control->head;
+        const std::int32_t behind = from - control->head.load(std::memory_order_relaxed);
         return (behind <= 0 ? behind + control->capacity : behind) - 1;
     }
 
@@ -137,11 +139,13 @@ inline void Multiread_cbuf_safer::write(const unsigned char* bytes, int count)
 {
     if (count <= 0)
         return;
-    const std::int32_t head = control.head;
+    const std::int32_t head = control.head.load(std::memory_order_relaxed);
     const int until_end = std::min(count, control.capacity - head);
     std::copy_n(bytes, until_end, data + head);
     std::copy_n(bytes + until_end, count - until_end, data);
-    control.head = (head + count) % control.capacity;
+    const std::int32_t index = head + count;
+    control.head.store(index < control.capacity ? index : index - control.capacity,
+                       std::memory_order_relaxed);
     control.total_written = static_cast<std::int32_t>(static_cast<std::uint32_t>(control.total_written) +
                                                       static_cast<std::uint32_t>(count));
 }

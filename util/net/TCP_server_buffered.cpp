@@ -133,7 +133,7 @@ private:
 TCP_server_buffered::TCP_server_buffered(int wanted_port)
     : notify_pipe{-1, -1}, listen_sd(-1), wake_on_write(true), stopped(false), has_connections(false),
       wake_pending(false), dropped_bytes(0), lock_owner_thread(nullptr), lock_owner_tid(0), port(-1),
-      watched(1)
+      roomy_until(0), watched(1)
 {
     if (wanted_port == 0)
         Debug::Channel::print(NETWORKING, "Starting Buffered TCP server on any port\n");
@@ -175,11 +175,7 @@ int TCP_server_buffered::write_to_all_connections(const unsigned char* data, uns
     const bool wake = wake_on_write;
     {
         const Owned_lock lock(buffer_lock, lock_owner_thread, lock_owner_tid);
-        for (auto& [sd, reader] : readers) {
-            const int lost = reader.make_room(count);
-            if (lost > 0)
-                dropped_bytes += lost;
-        }
+        make_room(count);
         write_buffer.write(data, count);
     }
     // Exchanged here and where the loop takes the byte: when this finds one pending, the loop has yet to take
@@ -304,6 +300,24 @@ void TCP_server_buffered::notify(unsigned char value, const char* failure)
 {
     if (::write(notify_pipe[WRITE_END], &value, 1) < 0)
         std::perror(failure);
+}
+
+// What clients take only adds to their room. Until as much is written as the fullest of them had room for, none of
+// them, and no newer one, can lose anything, and none is asked.
+void TCP_server_buffered::make_room(int count)
+{
+    const auto total = static_cast<std::uint32_t>(write_buffer.total());
+    if (count <= static_cast<std::int32_t>(roomy_until - total))
+        return;
+    int room = WRITE_BUFFER_SIZE - 1;
+    for (auto& client : readers) {
+        Client_reader& reader = client.second;
+        const int lost = reader.make_room(count);
+        if (lost > 0)
+            dropped_bytes += lost;
+        room = std::min(room, reader.free_space());
+    }
+    roomy_until = total + static_cast<std::uint32_t>(room);
 }
 
 void TCP_server_buffered::watch()

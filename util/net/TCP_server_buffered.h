@@ -135,6 +135,8 @@ private:
     void close_clients();
     void notify(unsigned char value, const char* failure);
 
+    void make_room(int count);
+
     // A turn of the loop.
     bool turn(bool blocking, Sigpipe_guard& sigpipe);
     void watch();
@@ -151,6 +153,7 @@ private:
     void hold_back(int sd, bool on);
     bool send_to(int sd, Client_reader& reader, bool turns_follow, Sigpipe_guard& sigpipe);
 
+    std::uint32_t roomy_until;   // under buffer_lock: up to this total of the buffer no client loses anything
     std::vector<bool> held_back; // by descriptor: the system gathers what is written to the client
     std::vector<pollfd>
         watched; // what the turn waits for and what has come: the pipe's read end, then other fds
