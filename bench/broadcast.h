@@ -25,3 +25,4 @@ std::unique_ptr<Broadcast> broadcast_by_us();
 std::unique_ptr<Broadcast> broadcast_by_asio();
 std::unique_ptr<Broadcast> broadcast_by_libevent();
 std::unique_ptr<Broadcast> broadcast_by_libuv();
+std::unique_ptr<Broadcast> broadcast_bare();

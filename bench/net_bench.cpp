@@ -173,7 +173,8 @@ int main(int argc, char** argv)
     const Who all[] = {{"ours", broadcast_by_us},
                        {"asio", broadcast_by_asio},
                        {"libevent", broadcast_by_libevent},
-                       {"libuv", broadcast_by_libuv}};
+                       {"libuv", broadcast_by_libuv},
+                       {"bare calls", broadcast_bare}};
     for (const int count : {1, 10, 100, 900})
         for (const int burst : {1, 24})
             for (const Who& who : all) {
