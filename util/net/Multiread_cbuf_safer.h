@@ -77,7 +77,7 @@ public:
             const int lost = std::min(count - free_space_from(from), unread_from(from));
             if (lost <= 0)
                 return 0;
-            if (read_index.compare_exchange_weak(from, after(from, lost), std::memory_order_relaxed))
+            if (read_index.compare_exchange_weak(from, after(from, lost), std::memory_order_acq_rel))
                 return lost;
         }
     }
@@ -105,9 +105,10 @@ public:
     /// @param count  0 or more
     void advance(int count)
     {
-        std::int32_t from = read_index.load(std::memory_order_relaxed);
+        // A position that make_room() gave comes with the head that it was given for.
+        std::int32_t from = read_index.load(std::memory_order_acquire);
         while (!read_index.compare_exchange_weak(from, after(from, std::min(count, unread_from(from))),
-                                                 std::memory_order_relaxed)) {
+                                                 std::memory_order_acq_rel)) {
         }
     }
 
