@@ -1426,6 +1426,30 @@ TEST(TCP_server_buffered, makes_room_beside_what_a_derived_class_writes_into_the
     EXPECT_EQ(stretch(stream, static_cast<std::size_t>(lost), MOST), client.read(MOST));
 }
 
+TEST(TCP_server_buffered, counts_losses_wherever_the_total_has_got_to)
+{
+    // Half the range of the total on, and where it passes the middle and the end of that range.
+    for (const std::uint32_t before : {2147488000U, 2147479543U, 4294963191U}) {
+        SCOPED_TRACE(before);
+        const Debug_output output;
+        Server server;
+        server.write("to nobody");
+        const Bytes piece = random_bytes(MOST);
+        server.buffer_lock.lock();
+        while (const std::uint32_t left = before - static_cast<std::uint32_t>(server.write_buffer.total()))
+            server.write_buffer.write(piece.data(), static_cast<int>(std::min<std::uint32_t>(left, MOST)));
+        server.buffer_lock.unlock();
+        const Accepted client(server);
+        const Bytes stream = random_bytes(9000);
+        for (std::size_t i = 0; i < stream.size(); i += 3000)
+            server.write(stretch(stream, i, 3000));
+        EXPECT_EQ(9000 - MOST, server.dropped_bytes);
+        for (int i = 0; i < 4; ++i)
+            EXPECT_TRUE(server.run_poll());
+        EXPECT_EQ(stretch(stream, 9000 - MOST, MOST), client.read(MOST));
+    }
+}
+
 TEST(TCP_server_buffered, leaves_a_client_alone_whose_connection_is_full)
 {
     const Debug_output output;

@@ -48,8 +48,8 @@ private:
 ///
 /// A reader can have 4095 bytes before it at most, for a full buffer must not look like an empty one.
 ///
-/// While another thread writes, what unread() and free_space() answer without the lock may be out of date at
-/// once, and even mix the state before and after that write; with the lock it is exact.
+/// While other threads write, what unread() and free_space() answer without the lock may be out of date at
+/// once, and even mix the states before and after some of their writes; with the lock it is exact.
 template <typename BYTE>
 class Multiread_cbuf_safer::Reader {
 public:

@@ -59,6 +59,44 @@ void close_if_open(int fd)
         ::close(fd);
 }
 
+/// Keeps SIGPIPE from the calling thread from the first begin() on: a client that resets must not end a
+/// process that does not ignore it.
+class Sigpipe_guard {
+public:
+    Sigpipe_guard() = default;
+    ~Sigpipe_guard()
+    {
+        if (!begun || sigismember(&previous, SIGPIPE) != 0)
+            return; // the application blocks it, and may have one pending of its own
+        if (raised) {
+            const timespec at_once{};
+            sigtimedwait(&sigpipe, nullptr, &at_once);
+        }
+        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    }
+    Sigpipe_guard(const Sigpipe_guard&) = delete;
+    Sigpipe_guard& operator=(const Sigpipe_guard&) = delete;
+
+    void begin()
+    {
+        if (begun)
+            return;
+        sigemptyset(&sigpipe);
+        sigaddset(&sigpipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
+        begun = true;
+    }
+
+    /// A write failed, which may have raised the signal.
+    void expect_signal() { raised = true; }
+
+private:
+    bool begun = false;
+    bool raised = false;
+    sigset_t sigpipe{};
+    sigset_t previous{};
+};
+
 /// Keeps the calling thread from taking the processor from whoever wakes it. A producer that shares a core with
 /// the loop would else wait inside its call until the loop has served every client, and a burst of messages
 /// would leave one by one.
@@ -84,51 +122,6 @@ private:
 };
 
 } // namespace
-
-/// Keeps SIGPIPE from the loop's thread: a client that resets must not end a process that does not ignore it.
-/// From the first write on, for two system calls a turn would be felt; but neither while the thread waits nor while
-/// data is handled: what interrupts it, and what threads and children inherit, is the application's choice.
-class TCP_server_buffered::Sigpipe_guard {
-public:
-    Sigpipe_guard() = default;
-    ~Sigpipe_guard() { lift(); }
-    Sigpipe_guard(const Sigpipe_guard&) = delete;
-    Sigpipe_guard& operator=(const Sigpipe_guard&) = delete;
-
-    void begin()
-    {
-        if (begun)
-            return;
-        sigemptyset(&sigpipe);
-        sigaddset(&sigpipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &sigpipe, &previous);
-        begun = true;
-    }
-
-    void lift()
-    {
-        if (begun)
-            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-        begun = false;
-    }
-
-    /// Takes away the signal that a write has raised; after begin().
-    void discard()
-    {
-        if (sigismember(&previous, SIGPIPE) != 0)
-            return; // the application blocks it, and may have one pending of its own
-        const timespec at_once{};
-        sigtimedwait(&sigpipe, nullptr, &at_once);
-    }
-
-    /// The signals that the thread blocks when this does not; null when it blocks those now.
-    const sigset_t* application_mask() const { return begun ? &previous : nullptr; }
-
-private:
-    bool begun = false;
-    sigset_t sigpipe{};
-    sigset_t previous{};
-};
 
 TCP_server_buffered::TCP_server_buffered(int wanted_port)
     : notify_pipe{-1, -1}, listen_sd(-1), wake_on_write(true), stopped(false), has_connections(false),
@@ -188,9 +181,8 @@ int TCP_server_buffered::write_to_all_connections(const unsigned char* data, uns
 bool TCP_server_buffered::run_blocking()
 {
     const Yielding_thread yielding;
-    Sigpipe_guard sigpipe;
     stopped = false;
-    while (turn(true, sigpipe)) {
+    while (_run(true)) {
     }
     stopped = true;
     return false;
@@ -206,16 +198,10 @@ bool TCP_server_buffered::run_poll()
 
 bool TCP_server_buffered::_run(bool blocking)
 {
-    Sigpipe_guard sigpipe;
-    return turn(blocking, sigpipe);
-}
-
-bool TCP_server_buffered::turn(bool blocking, Sigpipe_guard& sigpipe)
-{
     if (fds.empty())
         return false;
     watch();
-    if (wait(blocking, sigpipe) < 0) {
+    if (::poll(watched.data(), watched.size(), blocking ? -1 : 0) < 0) {
         if (errno == EAGAIN || errno == EINTR)
             return false; // deliberate: a signal ends run_blocking()
         give_up(WAIT_FAILED);
@@ -230,8 +216,8 @@ bool TCP_server_buffered::turn(bool blocking, Sigpipe_guard& sigpipe)
     close_exceptional();
     if (has_come(listen_sd, READABLE))
         accept_client();
-    receive_from_clients(sigpipe);
-    if (send_to_clients(blocking, sigpipe))
+    receive_from_clients();
+    if (send_to_clients(blocking))
         wake_on_write = true;
     return true;
 }
@@ -307,7 +293,8 @@ void TCP_server_buffered::notify(unsigned char value, const char* failure)
 void TCP_server_buffered::make_room(int count)
 {
     const auto total = static_cast<std::uint32_t>(write_buffer.total());
-    if (count <= static_cast<std::int32_t>(roomy_until - total))
+    const std::uint32_t known_room = roomy_until - total;
+    if (known_room < WRITE_BUFFER_SIZE && count <= static_cast<int>(known_room))
         return;
     int room = WRITE_BUFFER_SIZE - 1;
     for (auto& client : readers) {
@@ -333,14 +320,6 @@ void TCP_server_buffered::watch()
         const bool to_send = client != readers.cend() && client->first == sd && client->second.unread() > 0;
         watched.push_back({sd, to_send ? TO_RECEIVE_AND_SEND : TO_RECEIVE, 0});
     }
-}
-
-// A signal that the application lets through interrupts it, SIGPIPE as well.
-int TCP_server_buffered::wait(bool blocking, const Sigpipe_guard& sigpipe)
-{
-    if (blocking && sigpipe.application_mask() != nullptr)
-        return ::ppoll(watched.data(), watched.size(), nullptr, sigpipe.application_mask());
-    return ::poll(watched.data(), watched.size(), blocking ? -1 : 0);
 }
 
 pollfd* TCP_server_buffered::find_watched(int sd)
@@ -409,26 +388,26 @@ void TCP_server_buffered::accept_client()
 }
 
 // By index, and each looked up anew: handle_data() may close any client.
-void TCP_server_buffered::receive_from_clients(Sigpipe_guard& sigpipe)
+void TCP_server_buffered::receive_from_clients()
 {
     for (std::size_t i = FIRST_OF_FDS; i < watched.size(); ++i)
         if ((watched[i].revents & READABLE) != 0 && readers.count(watched[i].fd) != 0)
-            receive_from(watched[i].fd, sigpipe);
+            receive_from(watched[i].fd);
 }
 
-void TCP_server_buffered::receive_from(int sd, Sigpipe_guard& sigpipe)
+void TCP_server_buffered::receive_from(int sd)
 {
     unsigned char data[RECEIVE_CHUNK];
     const ssize_t count = ::read(sd, data, sizeof data);
-    if (count > 0) {
-        sigpipe.lift();
+    if (count > 0)
         handle_data(sd, data, static_cast<int>(count));
-    } else if (count == 0 || errno != EAGAIN)
+    else if (count == 0 || errno != EAGAIN)
         close_connection(sd);
 }
 
-bool TCP_server_buffered::send_to_clients(bool turns_follow, Sigpipe_guard& sigpipe)
+bool TCP_server_buffered::send_to_clients(bool turns_follow)
 {
+    Sigpipe_guard guard;
     bool drained = false;
     std::size_t i = FIRST_OF_FDS;
     for (auto client = readers.begin(); client != readers.end();) {
@@ -440,8 +419,13 @@ bool TCP_server_buffered::send_to_clients(bool turns_follow, Sigpipe_guard& sigp
         if (reader.unread() == 0)
             drained = true;
         else if (i < watched.size() && watched[i].fd == sd && (watched[i].events & POLLOUT) != 0 &&
-                 (watched[i].revents & WRITABLE) != 0)
-            drained = send_to(sd, reader, turns_follow, sigpipe) || drained;
+                 (watched[i].revents & WRITABLE) != 0) {
+            guard.begin();
+            const std::size_t clients = readers.size();
+            drained = send_to(sd, reader, turns_follow) || drained;
+            if (readers.size() < clients)
+                guard.expect_signal();
+        }
     }
     return drained;
 }
@@ -458,7 +442,7 @@ void TCP_server_buffered::hold_back(int sd, bool on)
     held_back[client] = on;
 }
 
-bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_follow, Sigpipe_guard& sigpipe)
+bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_follow)
 {
     unsigned char data[SEND_CHUNK];
     int count = 0;
@@ -470,13 +454,9 @@ bool TCP_server_buffered::send_to(int sd, Client_reader& reader, bool turns_foll
     }
     if (more)
         hold_back(sd, true);
-    sigpipe.begin();
     const ssize_t written = ::write(sd, data, static_cast<std::size_t>(count));
     if (written < 0) {
-        const int error = errno;
-        if (error == EPIPE)
-            sigpipe.discard();
-        if (error != EAGAIN)
+        if (errno != EAGAIN)
             close_connection(sd);
         return false;
     }

@@ -129,7 +129,6 @@ protected:
 
 private:
     using Client_reader = Multiread_cbuf_safer::Reader<unsigned char>;
-    class Sigpipe_guard;
 
     bool listen_on(int wanted_port);
     void close_clients();
@@ -138,23 +137,20 @@ private:
     void make_room(int count);
 
     // A turn of the loop.
-    bool turn(bool blocking, Sigpipe_guard& sigpipe);
     void watch();
-    int wait(bool blocking, const Sigpipe_guard& sigpipe);
     pollfd* find_watched(int sd);
     bool has_come(int sd, int events);
     void check_descriptors() const;
     bool told_to_quit();
     void close_exceptional();
     void accept_client();
-    void receive_from_clients(Sigpipe_guard& sigpipe);
-    void receive_from(int sd, Sigpipe_guard& sigpipe);
-    bool send_to_clients(bool turns_follow, Sigpipe_guard& sigpipe);
+    void receive_from_clients();
+    void receive_from(int sd);
+    bool send_to_clients(bool turns_follow);
     void hold_back(int sd, bool on);
-    bool send_to(int sd, Client_reader& reader, bool turns_follow, Sigpipe_guard& sigpipe);
+    bool send_to(int sd, Client_reader& reader, bool turns_follow);
 
     std::uint32_t roomy_until;   // under buffer_lock: up to this total of the buffer no client loses anything
     std::vector<bool> held_back; // by descriptor: the system gathers what is written to the client
-    std::vector<pollfd>
-        watched; // what the turn waits for and what has come: the pipe's read end, then other fds
+    std::vector<pollfd> watched; // what the turn waits for and what has come: first the pipe's read end
 };
