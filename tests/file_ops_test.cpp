@@ -2,6 +2,7 @@
 
 #include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Open_descriptors.h"
 #include "tests/support/Temporary_folder.h"
 
 #include <QDir>
@@ -79,11 +80,6 @@ std::string random_bytes(std::size_t size, unsigned seed)
     std::string bytes(size, '\0');
     std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random() & 0xFF); });
     return bytes;
-}
-
-long open_descriptors()
-{
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 /// What a call writes to standard error.

@@ -10,8 +10,7 @@
 #include "examples/guidance_console/Touch_button.h"
 #include "examples/guidance_console/Window.h"
 
-#include "tests/support/Child_process.h"
-#include "tests/support/Temporary_folder.h"
+#include "tests/support/Program_test.h"
 
 #include <gmock/gmock.h>
 
@@ -1431,41 +1430,14 @@ TEST(Replay, keeps_the_pace_that_is_asked_for)
 
 namespace {
 
-class Program : public testing::Test {
+class Program : public Program_test {
 protected:
-    Child_process start(const QStringList& arguments) const
+    Program()
+        : Program_test(GUIDANCE_CONSOLE_EMULATOR, GUIDANCE_CONSOLE,
+                       {"libqoffscreen.so", "libqxcb", "libQt5XcbQpa", "libfontconfig"})
     {
-        std::vector<std::string> words;
-        for (const QString& argument : arguments)
-            words.push_back(argument.toStdString());
-        const std::string leaks = outside.file(
-            "leaks", "leak:libqoffscreen.so\nleak:libqxcb\nleak:libQt5XcbQpa\nleak:libfontconfig\n");
-        Surroundings surroundings;
-        surroundings.folder = folder.path().toStdString();
-        surroundings.variables = {{"LSAN_OPTIONS", "suppressions=" + leaks + ":print_suppressions=0"},
-                                  {"QUARVEL_BASE_DIR", "base/of/all"}};
-        surroundings.largest_file = largest_file;
-        return {GUIDANCE_CONSOLE_EMULATOR, GUIDANCE_CONSOLE, words, surroundings};
+        surroundings.variables["QUARVEL_BASE_DIR"] = "base/of/all";
     }
-
-    Outcome run(const QStringList& arguments) const { return start(arguments).finish(); }
-
-    QString path(const QString& name) const { return QDir(folder.path()).filePath(name); }
-    QByteArray content(const QString& name) const
-    {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    QString write(const QString& name, const QByteArray& bytes) const
-    {
-        QFile file(path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-        return path(name);
-    }
-
-    QTemporaryDir folder;
-    Temporary_folder outside;            ///< of it
-    rlim_t largest_file = RLIM_INFINITY; ///< that the program may write
 };
 
 } // namespace
@@ -1583,7 +1555,7 @@ TEST_F(Program, goes_on_without_a_store_and_says_so)
 
 TEST_F(Program, goes_on_with_a_store_that_is_full_and_says_so)
 {
-    largest_file = 100 << 10; // the trace of two minutes is longer
+    surroundings.largest_file = 100 << 10; // the trace of two minutes is longer
     ASSERT_EQ(0, run({"--snapshot", "x.png", "--at", "140", "--store", "store"}).status);
     EXPECT_EQ(100 << 10, content("store/pid_trace.csv").size());
     EXPECT_THAT(content("store/console_log.txt").toStdString(),

@@ -3,8 +3,7 @@
 #include "examples/common/Straight.h"
 #include "examples/common/Vehicle.h"
 
-#include "tests/support/Child_process.h"
-#include "tests/support/Temporary_folder.h"
+#include "tests/support/Program_test.h"
 
 #include <gmock/gmock.h>
 
@@ -13,7 +12,6 @@
 #include <QFile>
 #include <QImage>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 
 #include <algorithm>
 #include <cmath>
@@ -23,45 +21,15 @@ using testing::HasSubstr;
 
 namespace {
 
-/// Runs the program in a folder of its own, under the emulator where there is one.
-class Program : public testing::Test {
+class Program : public Program_test {
 protected:
-    Outcome run(const QStringList& arguments) const
-    {
-        std::vector<std::string> words;
-        for (const QString& argument : arguments)
-            words.push_back(argument.toStdString());
-        // For the leak checker: Qt's offscreen platform never deletes the screen that it makes up.
-        const std::string leaks = outside.file("leaks", "leak:libqoffscreen.so\n");
-        Surroundings surroundings;
-        surroundings.folder = folder.path().toStdString();
-        surroundings.variables = {{"LSAN_OPTIONS", "suppressions=" + leaks + ":print_suppressions=0"}};
-        return Child_process(GUIDANCE_ROAD_EMULATOR, GUIDANCE_ROAD, words, surroundings).finish();
-    }
-
-    QString path(const QString& name) const { return QDir(folder.path()).filePath(name); }
-
-    QByteArray content(const QString& name) const
-    {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
+    // Qt's offscreen platform never deletes the screen that it makes up.
+    Program() : Program_test(GUIDANCE_ROAD_EMULATOR, GUIDANCE_ROAD, {"libqoffscreen.so"}) {}
 
     QStringList lines(const QString& name) const
     {
         return QString::fromUtf8(content(name)).split('\n', Qt::SkipEmptyParts);
     }
-
-    /// A file in the folder, or anywhere with a whole path.
-    QString write(const QString& name, const QByteArray& bytes) const
-    {
-        QFile file(path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-        return path(name);
-    }
-
-    QTemporaryDir folder;
-    Temporary_folder outside; ///< of it
 };
 
 QString recordings()

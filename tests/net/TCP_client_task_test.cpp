@@ -4,6 +4,7 @@
 #include "tests/support/Debug_output.h"
 #include "tests/support/Interposed_calls.h"
 #include "tests/support/Many_descriptors.h"
+#include "tests/support/Open_descriptors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -104,16 +105,6 @@ bool eventually(CONDITION condition)
     while (!condition() && Clock::now() < limit)
         std::this_thread::sleep_for(milliseconds(1));
     return condition();
-}
-
-std::ptrdiff_t entries(const char* folder)
-{
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-std::ptrdiff_t open_descriptors()
-{
-    return entries("/proc/self/fd");
 }
 
 /// The threads of this process, by their numbers: one that has been joined may stay among them for a moment, so that
@@ -1610,7 +1601,7 @@ TEST(TCP_client_task, finds_its_peer_again_200_times_however_it_goes)
     Reading_task task(peer.port);
     task.set_reconnect_period(1);
     task.open();
-    std::ptrdiff_t fds = 0;
+    long fds = 0;
     std::set<std::string> running;
     for (int i = 0; i < 200; ++i) {
         const int fd = peer.accept();
@@ -1646,7 +1637,7 @@ TEST(TCP_client_task, finds_a_peer_that_was_gone_for_a_while_200_times)
     Reading_task task(peer.port);
     task.set_reconnect_period(1);
     task.open();
-    std::ptrdiff_t fds = 0;
+    long fds = 0;
     for (int i = 0; i < 200; ++i) {
         const int fd = peer.accept();
         if (i == 0)

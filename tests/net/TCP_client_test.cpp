@@ -4,6 +4,7 @@
 #include "tests/support/Debug_output.h"
 #include "tests/support/Interposed_calls.h"
 #include "tests/support/Many_descriptors.h"
+#include "tests/support/Open_descriptors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +24,6 @@
 #include <deque>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -235,12 +235,6 @@ bool is_open(int fd)
 bool is_blocking(int fd)
 {
     return (::fcntl(fd, F_GETFL) & O_NONBLOCK) == 0;
-}
-
-long open_descriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                         std::filesystem::directory_iterator());
 }
 
 /// @return whether the descriptor's peer has closed, after whatever it sent before

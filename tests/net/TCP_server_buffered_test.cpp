@@ -2,6 +2,7 @@
 
 #include "tests/support/Debug_output.h"
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Open_descriptors.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -16,7 +17,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
 #include <fcntl.h>
 #include <functional>
 #include <gmock/gmock.h>
@@ -319,16 +319,6 @@ int option(int sd, int level, int name)
     return value;
 }
 
-int open_descriptors()
-{
-    DIR* const folder = ::opendir("/proc/self/fd");
-    int count = 0;
-    while (::readdir(folder) != nullptr)
-        ++count;
-    ::closedir(folder);
-    return count;
-}
-
 bool is_open(int fd)
 {
     return ::fcntl(fd, F_GETFD) >= 0;
@@ -564,7 +554,7 @@ TEST(TCP_server_buffered, takes_the_end_of_its_pipe_for_no_wake_and_no_failure)
 TEST(TCP_server_buffered, stops_where_it_has_no_socket)
 {
     const Debug_output output;
-    const int before = open_descriptors();
+    const long before = open_descriptors();
     {
         Failing_calls calls;
         calls.socket_error = EMFILE;
@@ -584,7 +574,7 @@ TEST(TCP_server_buffered, stops_where_it_cannot_bind)
 {
     const Debug_output output;
     const Server first;
-    const int before = open_descriptors();
+    const long before = open_descriptors();
     {
         Server second(first.port);
         EXPECT_GE(second.listen_sd, 0);
@@ -1884,7 +1874,7 @@ TEST(TCP_server_buffered, closes_all_its_descriptors)
         }
     };
     const Debug_output output;
-    const int before = open_descriptors();
+    const long before = open_descriptors();
     Noted_calls calls;
     std::vector<int> clients, fixed;
     {
@@ -1919,7 +1909,7 @@ TEST(TCP_server_buffered, closes_more_clients_than_can_be_closed_at_once)
 {
     constexpr std::size_t CLIENTS = 205;
     const Debug_output output;
-    const int before = open_descriptors();
+    const long before = open_descriptors();
     std::vector<std::unique_ptr<Accepted>> clients;
     {
         Server server;
@@ -1934,7 +1924,7 @@ TEST(TCP_server_buffered, closes_more_clients_than_can_be_closed_at_once)
         EXPECT_EQ("goodbye", client->read_text(7));
         EXPECT_TRUE(client->at_end());
     }
-    EXPECT_EQ(before + static_cast<int>(CLIENTS), open_descriptors());
+    EXPECT_EQ(before + static_cast<long>(CLIENTS), open_descriptors());
 }
 
 // Descriptors from before the server was made may become free, and then a client's.

@@ -4,6 +4,8 @@
 
 #include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Open_descriptors.h"
+#include "tests/support/Recorded_open.h"
 #include "tests/support/Temporary_folder.h"
 
 #include <cerrno>
@@ -48,11 +50,6 @@ void fresh(BODY body)
         else
             EXPECT_EQ("", out);
     });
-}
-
-long open_descriptors()
-{
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 /// The one descriptor that is open on a file; -1 when there is none, -2 when there are more.
@@ -107,18 +104,7 @@ TEST(cfCreate, keeps_what_a_file_holds)
 TEST(cfCreate, asks_the_system_for_an_appending_descriptor)
 {
     fresh([](const Scratch& scratch) {
-        struct : Interposed_calls {
-            int open(const char* path, int flags, mode_t mode) override
-            {
-                opened = path;
-                asked = flags & (O_ACCMODE | O_APPEND | O_CREAT | O_TRUNC | O_EXCL);
-                with_mode = mode;
-                return Interposed_calls::open(path, flags, mode);
-            }
-            std::string opened;
-            int asked = 0;
-            mode_t with_mode = 0;
-        } calls;
+        const Recorded_open calls;
         EXPECT_TRUE(cfCreate(1, "a"));
         EXPECT_EQ(scratch.path("a"), calls.opened);
         EXPECT_EQ(O_WRONLY | O_APPEND | O_CREAT, calls.asked);
@@ -131,14 +117,7 @@ TEST(cfCreate, asks_the_system_for_an_appending_descriptor)
 TEST(cfCreate, cuts_the_path_behind_516_characters)
 {
     fresh([](const Scratch& scratch) {
-        struct : Interposed_calls {
-            int open(const char* path, int, mode_t) override
-            {
-                opened = path;
-                return fail_with(ENAMETOOLONG);
-            }
-            std::string opened;
-        } calls;
+        const Recorded_open calls(ENAMETOOLONG);
         for (const std::size_t length : {515U, 516U, 517U, 2000U}) {
             const std::string name(length - scratch.path().size() - 1, 'n');
             EXPECT_FALSE(cfCreate(0, name.c_str()));
@@ -151,14 +130,7 @@ TEST(cfCreate, cuts_the_path_behind_516_characters)
 TEST(cfCreate, does_not_ask_whether_the_store_is_mounted_nor_what_the_name_is)
 {
     in_a_fresh_process([] {
-        struct : Interposed_calls {
-            int open(const char* path, int, mode_t) override
-            {
-                opened = path;
-                return fail_with(EACCES);
-            }
-            std::string opened;
-        } calls;
+        const Recorded_open calls(EACCES);
         EXPECT_FALSE(cfCreate(0, "a (1).log"));
         EXPECT_EQ("/a (1).log", calls.opened);
     });

@@ -3,6 +3,8 @@
 #include "tests/support/Fake_clock.h"
 #include "tests/support/Fresh_process.h"
 #include "tests/support/Interposed_calls.h"
+#include "tests/support/Open_descriptors.h"
+#include "tests/support/Recorded_open.h"
 #include "tests/support/Temporary_folder.h"
 
 #include <algorithm>
@@ -90,11 +92,6 @@ std::string output(CALL call)
 std::string text_of(int error)
 {
     return std::strerror(error);
-}
-
-long open_descriptors()
-{
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 bool write_file(const char* name, const std::string& bytes)
@@ -670,14 +667,7 @@ TEST(pcfOpenRead, names_the_whole_path_of_what_cannot_be_opened)
 TEST(pcfOpenRead, cuts_the_path_behind_516_characters)
 {
     mounted([](const Scratch& scratch) {
-        struct : Interposed_calls {
-            int open(const char* path, int, mode_t) override
-            {
-                opened = path;
-                return fail_with(ENAMETOOLONG);
-            }
-            std::string opened;
-        } calls;
+        const Recorded_open calls(ENAMETOOLONG);
         for (const std::size_t length : {515U, 516U, 517U, 2000U}) {
             const std::string path = scratch.path(std::string(length - scratch.path().size() - 1, 'n'));
             ASSERT_EQ(length, path.size());
@@ -1053,18 +1043,7 @@ TEST(pcfCreateWrite, appends_behind_what_others_write_meanwhile)
 TEST(pcfCreateWrite, asks_the_system_for_an_appending_descriptor_and_never_truncates)
 {
     mounted([](const Scratch& scratch) {
-        struct : Interposed_calls {
-            int open(const char* path, int flags, mode_t mode) override
-            {
-                opened = path;
-                asked = flags & (O_ACCMODE | O_APPEND | O_CREAT | O_TRUNC | O_EXCL);
-                with_mode = mode;
-                return Interposed_calls::open(path, flags, mode);
-            }
-            std::string opened;
-            int asked = 0;
-            mode_t with_mode = 0;
-        } calls;
+        const Recorded_open calls;
         EXPECT_TRUE(pcfCreateWrite("f"));
         EXPECT_EQ(scratch.path("f"), calls.opened);
         EXPECT_EQ(O_WRONLY | O_APPEND | O_CREAT, calls.asked);
