@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
@@ -278,20 +279,26 @@ TEST(Multiread_cbuf_safer, keeps_positions_sane_when_both_sides_move_them)
     EXPECT_EQ(written, read + lost);
 }
 
-// The reader goes on between make_room()'s look at the position and its own step.
+// The reader goes on between make_room()'s look at the position and its own step, many times in a fifth of a second.
 TEST(Multiread_cbuf_safer, makes_room_also_while_the_reader_advances)
 {
+    using Clock = std::chrono::steady_clock;
     constexpr int COUNT = 600;
     Multiread_cbuf_safer buffer;
     Reader reader(buffer);
+    std::atomic<bool> advances{false};
     std::atomic<bool> done{false};
     std::thread reading([&] {
-        while (!done)
+        while (!done) {
             reader.advance(1);
+            advances = true;
+        }
     });
+    while (!advances)
+        std::this_thread::yield();
     const Bytes bytes = stretch(0, COUNT);
     int too_little = 0;
-    for (int i = 0; i < 20000; ++i) {
+    for (const auto end = Clock::now() + std::chrono::milliseconds(200); Clock::now() < end;) {
         reader.make_room(COUNT);
         too_little += reader.free_space() < COUNT ? 1 : 0;
         write(buffer, bytes);
