@@ -1,7 +1,11 @@
 #include "platform/Platform.h"
 
+#include "tests/support/Fresh_process.h"
+
+#include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace {
 
@@ -49,10 +53,11 @@ TEST(Platform, keeps_data_in_the_working_folder_when_there_is_nothing_else)
 
 TEST(Platform, is_one_object_that_read_the_environment_once)
 {
-    Platform& platform = Platform::instance();
-    const std::string before = platform.base_directory();
-    setenv("QUARVEL_BASE_DIR", "/elsewhere", 1);
-    EXPECT_EQ(&platform, &Platform::instance());
-    EXPECT_EQ(before, Platform::instance().base_directory());
-    unsetenv("QUARVEL_BASE_DIR");
+    in_a_fresh_process([] {
+        Platform& platform = Platform::instance();
+        const std::string before = platform.base_directory();
+        setenv("QUARVEL_BASE_DIR", "/elsewhere", 1);
+        EXPECT_EQ(&platform, &Platform::instance());
+        EXPECT_EQ(before, Platform::instance().base_directory());
+    });
 }
