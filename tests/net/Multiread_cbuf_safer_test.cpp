@@ -279,7 +279,8 @@ TEST(Multiread_cbuf_safer, keeps_positions_sane_when_both_sides_move_them)
     EXPECT_EQ(written, read + lost);
 }
 
-// The reader goes on between make_room()'s look at the position and its own step, many times in a fifth of a second.
+// The reader goes on between make_room()'s look at the position and its own step: many times in a fifth of a
+// second.
 TEST(Multiread_cbuf_safer, makes_room_also_while_the_reader_advances)
 {
     using Clock = std::chrono::steady_clock;

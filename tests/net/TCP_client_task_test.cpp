@@ -107,8 +107,8 @@ bool eventually(CONDITION condition)
     return condition();
 }
 
-/// The threads of this process, by their numbers: one that has been joined may stay among them for a moment, so that
-/// how many there are says nothing.
+/// The threads of this process, by their numbers: one that has been joined may stay among them for a moment,
+/// so that how many there are says nothing.
 std::set<std::string> threads()
 {
     // With a process's first thread the race checker starts one of its own, for good.
