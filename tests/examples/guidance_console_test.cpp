@@ -11,6 +11,7 @@
 #include "examples/guidance_console/Window.h"
 
 #include "tests/support/Program_test.h"
+#include "tests/support/Reserved_port.h"
 
 #include <gmock/gmock.h>
 
@@ -1280,7 +1281,9 @@ TEST_F(In_window, serves_each_epoch_to_every_viewer)
     ASSERT_TRUE(run_until([&] {
         for (int i = 0; i < 2; ++i)
             read_into(seen[i], viewers[i]);
-        return seen[0].contains("xtrack=0.125 ") && seen[1].contains("xtrack=0.125 ");
+        return std::all_of(std::begin(seen), std::end(seen), [](const QByteArray& all) {
+            return all.contains("xtrack=0.125 ") && all.endsWith('\n');
+        });
     }));
     EXPECT_TRUE(server.has_viewers());
     for (const QByteArray& all : seen) {
@@ -1309,8 +1312,9 @@ TEST(Epoch_server, refuses_a_port_that_is_taken)
 
 TEST_F(In_window, dials_again_when_the_receiver_goes_away_and_comes_back)
 {
-    auto receiver = std::make_unique<Receiver>();
-    const int port = receiver->port;
+    const Reserved_port reserved;
+    const int port = reserved.number();
+    auto receiver = std::make_unique<Receiver>(port);
     Live source("127.0.0.1", port);
     Screen screen(source);
     screen.console.start(false);

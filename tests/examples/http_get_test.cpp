@@ -3,6 +3,7 @@
 #include "examples/http_get/Url.h"
 
 #include "tests/support/Child_process.h"
+#include "tests/support/Reserved_port.h"
 #include "tests/support/Temporary_folder.h"
 #include "tests/support/Terminal.h"
 
@@ -599,11 +600,8 @@ TEST_F(Http_get, says_when_there_is_no_connection)
     EXPECT_THAT(unknown.err, StartsWith("TCP_client getaddrinfo 'nowhere.invalid' lookup failed: "));
     EXPECT_THAT(unknown.err, EndsWith("http_get: no connection to nowhere.invalid:80.\n"));
 
-    std::string host;
-    {
-        const Server gone("");
-        host = gone.host();
-    }
+    const Reserved_port nobody;
+    const std::string host = "127.0.0.1:" + std::to_string(nobody.number());
     const Outcome refused = get({"http://" + host + "/"});
     EXPECT_EQ(1, refused.status);
     EXPECT_EQ("TCP_client: Could not connect to " + host + "\nhttp_get: no connection to " + host + ".\n",
@@ -694,12 +692,12 @@ TEST_F(Http_get, replaces_files_behind_links_and_no_devices)
     EXPECT_EQ((std::vector<std::string>{"fifo", "link", "old"}), files());
 }
 
-/// Some tenths of a body of 2 MB, with a pause behind each.
+/// Some tenths of a body of 2 MB, each in five pieces with a pause behind each.
 void send_slowly(int fd, const std::string& head, int tenths)
 {
     Server::send(fd, head);
-    for (int i = 0; i < tenths && Server::send(fd, std::string(200000, 'x')); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    for (int i = 0; i < 5 * tenths && Server::send(fd, std::string(40000, 'x')); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(75));
 }
 
 TEST_F(Http_get, draws_a_bar_and_the_time_that_is_left_on_a_terminal)
@@ -733,7 +731,7 @@ TEST_F(Http_get, draws_what_is_there_where_the_length_is_not_known)
     const Server server([](int fd) { send_slowly(fd, OK + "\r\n", 3); });
     const Terminal terminal;
     EXPECT_EQ(0, get({server.url(), "-o", "file"}, -1, terminal.fd).status);
-    EXPECT_THAT(terminal.shown(), testing::ContainsRegex("\r0\\.[2-6] MB\x1b\\[K"));
+    EXPECT_THAT(terminal.shown(), testing::ContainsRegex("\r0\\.[0-6] MB\x1b\\[K"));
 }
 
 TEST_F(Http_get, draws_nothing_where_standard_error_is_no_terminal)

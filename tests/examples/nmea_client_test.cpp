@@ -1,9 +1,10 @@
 #include "tests/support/Child_process.h"
+#include "tests/support/Reserved_port.h"
+#include "tests/support/Temporary_folder.h"
 
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -134,9 +135,10 @@ TEST(nmea_client, reads_what_socat_serves)
 {
     if (std::system("command -v socat >/dev/null") != 0)
         GTEST_SKIP() << "socat is not here";
-    const std::string file = testing::TempDir() + "nmea_client_test.nmea";
-    std::ofstream(file) << gga(1) << gga(2) << gga(3);
-    const int port = Receiver().port; // free again
+    const Temporary_folder folder;
+    const std::string file = folder.file("positions.nmea", gga(1) + gga(2) + gga(3));
+    const Reserved_port reserved;
+    const int port = reserved.number();
     Child_process server("", "socat",
                          {"-u", "OPEN:" + file, "TCP-LISTEN:" + std::to_string(port) + ",reuseaddr"});
     Child_process program = start({"127.0.0.1", std::to_string(port), "--fixes", "3"});
@@ -144,7 +146,6 @@ TEST(nmea_client, reads_what_socat_serves)
         EXPECT_THAT(program.line(), HasSubstr("40.08333333 -105.13333333"));
     EXPECT_THAT(program.line(), StartsWith("3 positions of 3 sentences"));
     EXPECT_EQ(0, program.status());
-    std::remove(file.c_str());
 }
 
 TEST(nmea_client, ends_after_the_time_it_was_given_though_nobody_answers)

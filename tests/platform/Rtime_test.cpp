@@ -60,7 +60,7 @@ TEST(Rtime, counts_whole_milliseconds_that_have_passed)
 {
     // Over several milliseconds of the real clock: a rounded time would be ahead for half of them.
     int compared = 0;
-    for (const std::int64_t start = milliseconds_now(); milliseconds_now() < start + 5;) {
+    for (const std::int64_t start = milliseconds_now(); milliseconds_now() < start + 5 || compared == 0;) {
         const std::int64_t before = milliseconds_now();
         const Rtime time(true);
         const std::int64_t after = milliseconds_now();
