@@ -731,7 +731,9 @@ TEST_F(Http_get, draws_what_is_there_where_the_length_is_not_known)
     const Server server([](int fd) { send_slowly(fd, OK + "\r\n", 3); });
     const Terminal terminal;
     EXPECT_EQ(0, get({server.url(), "-o", "file"}, -1, terminal.fd).status);
-    EXPECT_THAT(terminal.shown(), testing::ContainsRegex("\r0\\.[0-6] MB\x1b\\[K"));
+    const std::string shown = terminal.shown();
+    EXPECT_THAT(shown, testing::ContainsRegex("\r0\\.[0-6] MB\x1b\\[K"));
+    EXPECT_THAT(shown, testing::ContainsRegex("\r0\\.6 MB in 0:[0-9][0-9]\x1b\\[K\n$"));
 }
 
 TEST_F(Http_get, draws_nothing_where_standard_error_is_no_terminal)
